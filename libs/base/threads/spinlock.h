@@ -1,0 +1,116 @@
+// Locks: SpinLock, the library's one mutual-exclusion primitive; CSMutex, its scoped
+// holder; GlobalLock and BlockMainLock, two process-wide locks made on first use; and
+// TestThenAdd, the atomic add their lazy creation relies on.
+//
+// SpinLock is recursive and owned: the thread that holds it may lock it again and must
+// unlock it once per successful lock; any other thread's unlock() is refused. Use CSMutex
+// for a lock held over a block. Operations return 0 on success and -1 on failure; nothing
+// throws.
+//
+// The hand-over operations stealOwnership() and forceUnlock() let a thread release a lock
+// another thread took. They write the owner without waiting, so they are correct only while
+// the lock is held and the threads have synchronised otherwise (a join, a semaphore).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/mirel_export.h"
+
+namespace mirel {
+
+struct SpinLockData;
+
+class MIREL_EXPORT SpinLock {
+public:
+    // `spinCount` is recorded when the machine has more than one processor and is otherwise
+    // unused; the library passes 0.
+    explicit SpinLock(unsigned long spinCount = 0);
+    // Does not check whether the lock is held.
+    ~SpinLock();
+
+    // Waits at most `timeout` milliseconds (all ones: without limit; 0: not at all). The owner
+    // re-enters at once whatever the timeout. 0 when the caller holds the lock, else -1.
+    int lock(unsigned int timeout);
+    // lock() that never waits.
+    int trylock();
+    // Removes one level of the caller's ownership; the lock is free when none is left.
+    // -1, with nothing changed, when the caller is not the owner.
+    int unlock();
+    // Makes the caller the owner without waiting and without touching the depth.
+    void stealOwnership();
+    // stealOwnership() then unlock(): removes exactly one level, so a lock held twice stays
+    // held, now by the caller.
+    int forceUnlock();
+
+    // The platform state, for the waiting primitives that share the lock's mutex.
+    SpinLockData* data() const { return mData; }
+
+    SpinLock(const SpinLock&) = delete;
+    SpinLock& operator=(const SpinLock&) = delete;
+
+private:
+    SpinLockData* mData;
+};
+
+// Holds `lock` (waiting without limit) for the life of the scope; results are discarded.
+class MIREL_EXPORT CSMutex {
+public:
+    explicit CSMutex(SpinLock& lock);
+    ~CSMutex();
+
+    CSMutex(const CSMutex&) = delete;
+    CSMutex& operator=(const CSMutex&) = delete;
+
+private:
+    SpinLock& mLock;
+};
+
+// Atomically adds `delta` to `*value`; returns the value held before the addition.
+MIREL_EXPORT long TestThenAdd(long volatile* value, long delta);
+
+namespace detail {
+
+// Elects exactly one creator of a lazily made process-wide lock: the first thread through
+// the interlock creates it and publishes `inited`; every other thread sleeps a millisecond
+// at a time until then. The creator never gives its interlock count back, so no second
+// creator can ever be elected.
+MIREL_EXPORT void initLazyLock(std::atomic<SpinLock*>& lock, std::atomic<std::int32_t>& inited,
+                               long volatile& interlock);
+
+// The statics and operations shared by the process-wide locks; each `Tag` has its own.
+template <typename Tag>
+class MIREL_EXPORT LazyLock {
+public:
+    // The lock, made on first call; null after shutdown().
+    static SpinLock* gGlobalLock();
+    static void initGlobalLock();
+    // Wait without limit.
+    static int lock();
+    static int trylock();
+    static int unlock();
+    // Destroys the lock for good: it is never made again.
+    static void shutdown();
+
+    static std::atomic<SpinLock*> globalLock;
+    // 1 once globalLock has been made; never cleared.
+    static std::atomic<std::int32_t> globalLockInited;
+    static long volatile globalLockInterlock;
+};
+
+}  // namespace detail
+
+// A process-wide lock created on first use, with no initialisation call. shutdown() is
+// one-way and belongs to process tear-down: afterwards gGlobalLock() is null and lock(),
+// trylock() and unlock() must not be called. The library guards its status-subsystem
+// registry and first clock reading with it.
+class MIREL_EXPORT GlobalLock : public detail::LazyLock<GlobalLock> {};
+
+// A second process-wide lock, identical to GlobalLock, for the application; the library
+// itself never takes it.
+class MIREL_EXPORT BlockMainLock : public detail::LazyLock<BlockMainLock> {};
+
+extern template class detail::LazyLock<GlobalLock>;
+extern template class detail::LazyLock<BlockMainLock>;
+
+}  // namespace mirel

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# scripts/build.sh [--sanitize address|thread] [--build-dir DIR] [--release]
+# Configures and builds everything (library, tool, tests, benchmarks) with CMake + Ninja.
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+
+sanitize=""
+build_dir=""
+build_type=RelWithDebInfo
+while (($#)); do
+  case "$1" in
+    --sanitize) sanitize="$2"; shift 2 ;;
+    --build-dir) build_dir="$2"; shift 2 ;;
+    --release) build_type=Release; shift ;;
+    *) echo "build.sh: unknown argument '$1'" >&2; exit 2 ;;
+  esac
+done
+[ -n "$build_dir" ] || build_dir="$here/build${sanitize:+-$sanitize}"
+
+"$here/scripts/setup.sh"
+cmake -S "$here" -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" \
+      -DMIREL_SANITIZE="$sanitize" >/dev/null
+cmake --build "$build_dir" -j "${MIREL_JOBS:-$(nproc)}"
+echo "$build_dir"
