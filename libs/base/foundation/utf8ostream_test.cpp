@@ -140,6 +140,29 @@ TEST(Utf8OStream, GrowsByDoublingAndKeepsEverythingWritten) {
     EXPECT_EQ(exact.capacity(), 64);
 }
 
+// The block encoder stores whole words and blocks ahead of the text: where the text fills
+// the buffer to its last byte, none of that may land past the end (ASan watches the block).
+TEST(Utf8OStream, FillingTheBufferToItsLastByteWritesNothingPastIt) {
+    for (int ascii = 0; ascii < 3; ++ascii) {
+        for (int capacity : {64, 128, 256}) {
+            QString text;
+            int size = 0;
+            while (size + 3 <= capacity - ascii) {
+                text.append(QChar(0x4E2D));  // three bytes
+                size += 3;
+            }
+            while (size < capacity) {
+                text.append(QChar('a'));
+                ++size;
+            }
+            Utf8OStream s;
+            s << text;
+            ASSERT_EQ(s.capacity(), capacity);
+            EXPECT_EQ(bytes(s), bytes(text.toUtf8()));
+        }
+    }
+}
+
 // ErrorLog -------------------------------------------------------------------------------------
 
 // The file's bytes, read past the stream so that its orientation does not matter.
