@@ -121,21 +121,6 @@ TEST(HashTable, RemovingWhatIsNotInItsBucketFails) {
     EXPECT_EQ(table.getElemCount(), 0u);
 }
 
-TEST(HashTable, FindNodeReturnsTheLinkThatPointsAtTheElement) {
-    ItemTable table(53);
-    Item a{2}, b{55};
-    table.insert(&a);
-    table.insert(&b);
-    HashNode** link = table.findNode(2, &a);
-    ASSERT_NE(link, nullptr);
-    EXPECT_EQ((*link)->elem, &a);
-    // b was inserted last, so it heads the chain and a's link is b's `next`.
-    HashNode** head = table.findNode(2, &b);
-    ASSERT_NE(head, nullptr);
-    EXPECT_EQ(link, &(*head)->next);
-    EXPECT_EQ(table.findNode(3, &a), nullptr);
-}
-
 TEST(HashTable, HashesAboveTheSignedRangeReduceToAValidBucket) {
     class Scrambled : public ItemTable {
     public:

@@ -143,6 +143,8 @@ TEST(StatusRegistry, DuplicateNumbersAreAcceptedAndTheNewestIsFound) {
 TEST(StatusRegistry, ASecondSubsystemZeroShadowsAppUntilItIsGone) {
     {
         NamedSubsys app2(0, "APP2", "shadowing");
+        // Were APP still found first, asking for its severity would never return: stop here.
+        ASSERT_EQ(StatusGetSubsysName(0xC0000006), QStringLiteral("APP2"));
         // Subsystem 0 now prints, because the newest of the number can.
         EXPECT_EQ(StatusGetSeverityString(0xC0000006), QStringLiteral("ERR"));
         EXPECT_EQ(StatusGetErrorString(0xC0000006), QStringLiteral("shadowing"));
