@@ -92,7 +92,7 @@ public:
     // library's rand(), shared with anything else in the process that calls it.
     static void seed(unsigned int s);
     // lo + (a draw modulo hi - lo): from lo up to, not including, hi. 0 without drawing when
-    // hi < lo; when hi == lo, lo plus the raw draw (kept as it has always been).
+    // hi < lo; when hi == lo, lo plus the raw draw (deliberately: no special case).
     static int random(int lo, int hi);
     // The next value of a cheap chaotic sequence in [0, 1); reproducible after seed().
     static double randf();

@@ -137,12 +137,12 @@ void System::seed(unsigned int s) {
 int System::random(int lo, int hi) {
     if (hi < lo) return 0;
     const std::int32_t r = std::rand();
-    // 32-bit arithmetic, wrapping as the original did, on unsigned values.
+    // The span is 32-bit and wraps; the wrap is computed on unsigned values.
     const std::int32_t span =
         static_cast<std::int32_t>(static_cast<std::uint32_t>(hi) - static_cast<std::uint32_t>(lo));
-    // With hi == lo the original multiplied a meaningless quotient by zero and kept the
-    // raw draw; it still does, without dividing by zero. A span above 2^31 wraps negative,
-    // and the remainder then takes its magnitude, as the original's signed division did.
+    // lo + (r - (r / span) * span): with hi == lo the quotient is multiplied by zero and the
+    // raw draw is kept, on purpose, so no division by zero happens here. A span above 2^31
+    // wraps negative and the signed remainder takes its magnitude.
     const std::int32_t offset = span == 0 ? r : r % span;
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(lo) +
                                      static_cast<std::uint32_t>(offset));
@@ -151,7 +151,7 @@ int System::random(int lo, int hi) {
 double System::randf() {
     const double base = fseed + kPi;
     const double x = base * base * base * base * base;
-    // Truncation toward zero into 32 bits, saturating as the processor's conversion did.
+    // Truncation toward zero into 32 bits, saturating at the ends of the range.
     std::int32_t t;
     if (std::isnan(x)) {
         t = std::numeric_limits<std::int32_t>::min();
