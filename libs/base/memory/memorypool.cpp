@@ -40,18 +40,19 @@ public:
             std::sort(mScratch.begin(), mScratch.end(),
                       [](const MMapRange& a, const MMapRange& b) { return a.start < b.start; });
         }
+        // Release stores keep every write of the window after the odd count; a reader that
+        // sees any of them therefore sees the odd count too on its second look.
         const std::uint64_t seq = mSeq.load(std::memory_order_relaxed);
         mSeq.store(seq + 1, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_release);
         if (fits) {
-            for (auto& word : mFilter) word.store(0, std::memory_order_relaxed);
+            for (auto& word : mFilter) word.store(0, std::memory_order_release);
             for (const MMapRange& r : mScratch) {
                 const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(r.start);
                 const std::uintptr_t last = first + (r.size > 0 ? r.size - 1 : 0);
                 for (std::uintptr_t g = first >> kGranuleShift; g <= last >> kGranuleShift; ++g) {
                     const std::size_t bit = filterBit(g);
                     mFilter[bit / 64].fetch_or(std::uint64_t{1} << (bit % 64),
-                                               std::memory_order_relaxed);
+                                               std::memory_order_release);
                     if (g == ~std::uintptr_t{0} >> kGranuleShift) break;
                 }
             }
@@ -59,39 +60,43 @@ public:
             for (std::size_t i = 0; i < mScratch.size(); ++i) {
                 auto start = reinterpret_cast<std::uintptr_t>(mScratch[i].start);
                 maxEnd = std::max(maxEnd, start + mScratch[i].size);
-                mStart[i].store(start, std::memory_order_relaxed);
-                mMaxEnd[i].store(maxEnd, std::memory_order_relaxed);
+                mStart[i].store(start, std::memory_order_release);
+                mMaxEnd[i].store(maxEnd, std::memory_order_release);
             }
-            mCount.store(mScratch.size(), std::memory_order_relaxed);
+            mCount.store(mScratch.size(), std::memory_order_release);
         }
-        mValid.store(fits, std::memory_order_relaxed);
+        mValid.store(fits, std::memory_order_release);
         mSeq.store(seq + 2, std::memory_order_release);
     }
 
-    // 1 inside, 0 outside, -1 when the index cannot answer (too many ranges).
+    // 1 inside, 0 outside, -1 when the index cannot answer (too many ranges). Acquire
+    // loads keep every read of the window before the second look at the count; on x86 they
+    // are plain moves.
     int contains(std::uintptr_t p) const {
+        constexpr auto acquire = std::memory_order_acquire;
         for (;;) {
-            const std::uint64_t before = mSeq.load(std::memory_order_acquire);
+            const std::uint64_t before = mSeq.load(acquire);
             if (before & 1) continue;  // a writer is at work: it is brief
             int answer = -1;
             const std::size_t bit = filterBit(p >> kGranuleShift);
-            const bool maybe = (mFilter[bit / 64].load(std::memory_order_relaxed) >> (bit % 64)) & 1;
-            if (!maybe && mValid.load(std::memory_order_relaxed)) {
-                answer = 0;
-            } else if (mValid.load(std::memory_order_relaxed)) {
-                // The last entry whose start is at or below p.
-                std::size_t lo = 0, hi = mCount.load(std::memory_order_relaxed);
-                while (lo < hi) {
-                    std::size_t mid = (lo + hi) / 2;
-                    if (mStart[mid].load(std::memory_order_relaxed) <= p) {
-                        lo = mid + 1;
-                    } else {
-                        hi = mid;
+            const bool maybe = (mFilter[bit / 64].load(acquire) >> (bit % 64)) & 1;
+            if (mValid.load(acquire)) {
+                if (!maybe) {
+                    answer = 0;
+                } else {
+                    // The last entry whose start is at or below p.
+                    std::size_t lo = 0, hi = mCount.load(acquire);
+                    while (lo < hi) {
+                        const std::size_t mid = (lo + hi) / 2;
+                        if (mStart[mid].load(acquire) <= p) {
+                            lo = mid + 1;
+                        } else {
+                            hi = mid;
+                        }
                     }
+                    answer = lo > 0 && p < mMaxEnd[lo - 1].load(acquire);
                 }
-                answer = lo > 0 && p < mMaxEnd[lo - 1].load(std::memory_order_relaxed);
             }
-            std::atomic_thread_fence(std::memory_order_acquire);
             if (mSeq.load(std::memory_order_relaxed) == before) return answer;
         }
     }
