@@ -58,16 +58,12 @@ SpinLock::~SpinLock() {
     delete mData;
 }
 
-// Only the owner writes count, so a load and a store suffice where the owner is known; a
-// locked read-modify-write would triple the cost of re-entry for nothing.
+// Reached when the inline path found the caller not to be the owner: either another
+// thread holds the lock or nobody does, or this thread has not used a lock before. In the
+// last case the caller cannot be the owner either, since every owner has its identity.
 int SpinLock::enter(unsigned int timeout) {
     SpinLockData* d = mData;
     const pthread_t self = currentThread();
-    if (d->state.owner.load(std::memory_order_relaxed) == self) {
-        d->state.count.store(d->state.count.load(std::memory_order_relaxed) + 1,
-                             std::memory_order_relaxed);
-        return 0;
-    }
     const int rc = timeout == kWaitForever ? pthread_mutex_lock(&d->region)
                                            : enterWithin(&d->region, timeout);
     if (rc != 0) return -1;
@@ -76,12 +72,10 @@ int SpinLock::enter(unsigned int timeout) {
     return 0;
 }
 
-int SpinLock::leave() {
+// The owner's last level.
+int SpinLock::release() {
     SpinLockData* d = mData;
-    if (d->state.owner.load(std::memory_order_relaxed) != currentThread()) return -1;
-    const std::int32_t left = d->state.count.load(std::memory_order_relaxed) - 1;
-    d->state.count.store(left, std::memory_order_relaxed);
-    if (left > 0) return 0;
+    d->state.count.store(0, std::memory_order_relaxed);
     d->state.owner.store(0, std::memory_order_relaxed);
     // A plain mutex unlocks with 0; passing its result on lets this be a tail call.
     return pthread_mutex_unlock(&d->region);

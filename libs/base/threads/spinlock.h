@@ -65,12 +65,14 @@ public:
     int unlock() {
         detail::SpinLockState* s = state();
         const pthread_t self = detail::tCurrentThread;
+        // A thread that never took a lock has no identity yet, and so owns nothing.
+        if (self == 0 || s->owner.load(std::memory_order_relaxed) != self) return -1;
         const std::int32_t count = s->count.load(std::memory_order_relaxed);
-        if (self != 0 && s->owner.load(std::memory_order_relaxed) == self && count > 1) {
+        if (count > 1) {
             s->count.store(count - 1, std::memory_order_relaxed);
             return 0;
         }
-        return leave();
+        return release();
     }
     // Makes the caller the owner without waiting and without touching the depth.
     void stealOwnership();
@@ -88,7 +90,7 @@ private:
     // The re-entry paths above are inline: one thread-local read and an increment, with no
     // call. Everything else goes through these.
     int enter(unsigned int timeout);
-    int leave();
+    int release();
     detail::SpinLockState* state() const;
 
     SpinLockData* mData;
