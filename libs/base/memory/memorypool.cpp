@@ -243,18 +243,6 @@ void MemoryPool::free(void* ptr) {
     mspace_free(mMspace, ptr);
 }
 
-unsigned long MemoryPool::getAllocatedMemory() const {
-    return mAllocated.load(std::memory_order_relaxed);
-}
-
-void MemoryPool::addAllocation(unsigned long n) {
-    mAllocated.store(mAllocated.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
-}
-
-void MemoryPool::subtractAllocation(unsigned long n) {
-    mAllocated.store(mAllocated.load(std::memory_order_relaxed) - n, std::memory_order_relaxed);
-}
-
 std::vector<MMapRange> MemoryPool::getRanges() const {
     CSMutex guard(*sRangesLock);
     return mRanges;

@@ -8,6 +8,7 @@
 
 #include <QString>
 
+#include <atomic>
 #include <vector>
 
 #include "base/memory/memoryobject.h"
@@ -49,9 +50,13 @@ public:
 
     // The sum managers reported. Updated unlocked, as a plain read-modify-write: managers of
     // one pool used from several threads at once may lose updates here.
-    unsigned long getAllocatedMemory() const;
-    void addAllocation(unsigned long n);
-    void subtractAllocation(unsigned long n);
+    unsigned long getAllocatedMemory() const { return mAllocated.load(std::memory_order_relaxed); }
+    void addAllocation(unsigned long n) {
+        mAllocated.store(mAllocated.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+    }
+    void subtractAllocation(unsigned long n) {
+        mAllocated.store(mAllocated.load(std::memory_order_relaxed) - n, std::memory_order_relaxed);
+    }
 
     const QString& getName() const { return mName; }
     // The reference count, for TestThenAdd; the pool is deleted by whoever takes it from
