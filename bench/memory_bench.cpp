@@ -1,6 +1,7 @@
 // The allocation frame against its baselines, in one run:
 //   - HeapManager::alloc + Free of 64 bytes (pool lock, header, registry look-up on the way
-//     back) against the bare arena pair and against glibc;
+//     back) against the bare arena pair and against glibc, with the pool's locked pair
+//     between them to show where the time goes;
 //   - the same on a churn of 10,000 live blocks of 16..512 bytes;
 //   - Free of a process-heap block (the registry look-up every library delete pays) with
 //     1, 4, 16 and 64 pools alive, against plain free.
@@ -45,6 +46,16 @@ void Pair64_BareArena(benchmark::State& state) {
         mspace_free(arena, b);
     }
     destroy_mspace(arena);
+}
+
+// The pool's own pair: the arena under the pool's lock, without header or look-up.
+void Pair64_PoolLocked(benchmark::State& state) {
+    ManagedPool p;
+    for (auto _ : state) {
+        void* b = p.pool->malloc(64);
+        benchmark::DoNotOptimize(b);
+        p.pool->free(b);
+    }
 }
 
 void Pair64_Glibc(benchmark::State& state) {
@@ -124,6 +135,7 @@ void HeapFree_Glibc(benchmark::State& state) {
 
 BENCHMARK(Pair64_Glibc);
 BENCHMARK(Pair64_BareArena);
+BENCHMARK(Pair64_PoolLocked);
 BENCHMARK(Pair64_HeapManager);
 BENCHMARK(Churn_BareArena);
 BENCHMARK(Churn_HeapManager);
