@@ -17,8 +17,10 @@ while (($#)); do
 done
 [ -n "$build_dir" ] || build_dir="$here/build${sanitize:+-$sanitize}"
 
-"$here/scripts/setup.sh"
+# Progress goes to standard error; standard output carries only the build directory, for
+# the scripts that call this one.
+"$here/scripts/setup.sh" >&2
 cmake -S "$here" -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" \
-      -DMIREL_SANITIZE="$sanitize" >/dev/null
-cmake --build "$build_dir" -j "${MIREL_JOBS:-$(nproc)}"
+      -DMIREL_SANITIZE="$sanitize" >&2
+cmake --build "$build_dir" -j "${MIREL_JOBS:-$(nproc)}" >&2
 echo "$build_dir"

@@ -59,6 +59,9 @@ TEST(Tool, BadInvocationsGiveOneLineAndStatusTwo) {
         {"text", "a", "--units", "41"},
         {"text", "--units", "10000"},
         {"hash", "--buckets", "0"},
+        {"pool", "--min-size", "100", "--max-size", "10"},
+        {"pool", "--blocks", "-3"},
+        {"pool", "--name", ""},
     };
     for (const QStringList& args : cases) {
         Result r = mirel(args);
@@ -75,7 +78,8 @@ TEST(Tool, BadInvocationsGiveOneLineAndStatusTwo) {
 TEST(Tool, HelpListsCommandsAndEachCommandHasItsOwn) {
     Result r = mirel({"--help"});
     EXPECT_EQ(r.status, 0);
-    for (const char* name : {"tour", "sysinfo", "locks", "status", "time", "random", "text", "hash"}) {
+    for (const char* name :
+         {"tour", "sysinfo", "locks", "pool", "status", "time", "random", "text", "hash"}) {
         EXPECT_TRUE(r.out.contains(name)) << name;
     }
 
@@ -102,6 +106,21 @@ TEST(Tool, LocksReportsAnExactCountAsJson) {
     EXPECT_EQ(o["unlocksUntilRefused"].toInt(), 3);
     EXPECT_EQ(o["timedLockResult"].toInt(), -1);
     EXPECT_GE(o["timedLockWaitedMs"].toDouble(), 45.0);
+}
+
+TEST(Tool, PoolAccountsEveryByteItHandsOut) {
+    Result r = mirel({"pool", "--blocks", "1000", "--min-size", "64", "--max-size", "64", "--json"});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QJsonObject o = parseJson(r);
+    EXPECT_EQ(o["blocksAllocated"].toDouble(), 1000.0);
+    EXPECT_EQ(o["blocksFreed"].toDouble(), 500.0);
+    // Blocks alternate between the managers and the odd ones (the second's) were freed.
+    QJsonArray managers = o["managers"].toArray();
+    EXPECT_EQ(managers[0].toDouble(), 500.0 * 64);
+    EXPECT_EQ(managers[1].toDouble(), 0.0);
+    EXPECT_EQ(o["poolAllocatedBytes"].toDouble(), 500.0 * 64);
+    EXPECT_GE(o["ranges"].toArray().size(), 1);
+    EXPECT_GE(o["footprint"].toDouble(), o["inUseBytes"].toDouble());
 }
 
 TEST(Tool, SysinfoAndTourSpeakJson) {

@@ -58,4 +58,10 @@ MIREL_EXPORT void* Realloc(void* ptr, unsigned long size);
 // Malloc() and zero `size` bytes. The result is not tested: exhaustion here is fatal.
 MIREL_EXPORT void* Calloc(unsigned long size, MemoryManager* manager);
 
+namespace detail {
+// How many times the calling thread has gone through the library's own operator new, which
+// every plain new inside the library uses; for tests and diagnostics.
+MIREL_EXPORT unsigned long libraryNewCalls();
+}  // namespace detail
+
 }  // namespace mirel

@@ -1,16 +1,21 @@
-// Memory pools: named regions of process memory, each over its own arena, and the
-// process-wide registry of the address ranges pools obtained from the system. The
-// registry is what lets doDelete() tell a pool block from a process-heap block.
+// Memory pools: named regions of process memory, each managed by its own arena, and the
+// process-wide registry of every address range pools obtained from the system. The
+// registry is what lets doDelete() tell a pool block from a process-heap block by address.
+//
+// Create a pool, then place objects in it through HeapManager (heapmanager.h), which shares
+// the pool by reference count. A pool is not a limit: it grows by further mappings.
 #pragma once
 
+#include <QString>
+
+#include <atomic>
 #include <vector>
 
 #include "base/memory/memoryobject.h"
 #include "base/mirel_export.h"
+#include "base/threads/spinlock.h"
 
 namespace mirel {
-
-class SpinLock;
 
 // One address range obtained from the system: [start, start + size).
 struct MMapRange {
@@ -18,22 +23,73 @@ struct MMapRange {
     unsigned long size;
 };
 
-// The registry of every range any pool has recorded, unordered, guarded by sRangesLock.
-// Both exist from the library's static initialisation to its static destruction and are
-// null outside that window.
+// Every range any pool has recorded, unordered, guarded by sRangesLock (taken after a
+// pool's own lock, never before). Both exist from the library's static initialisation to
+// its static destruction and are null outside that window.
 MIREL_EXPORT extern std::vector<MMapRange>* sRanges;
 MIREL_EXPORT extern SpinLock* sRangesLock;
 
 // Removes the first entry of `list` whose start is `start` (the size is not compared) by
-// moving the last entry into its place. The caller holds sRangesLock.
-MIREL_EXPORT void removeFromList(std::vector<MMapRange>& list, void* start,
-                                 unsigned long size);
+// moving the last entry into its place; no match leaves the list unchanged. The caller
+// holds sRangesLock.
+MIREL_EXPORT void removeFromList(std::vector<MMapRange>& list, void* start, unsigned long size);
 
 class MIREL_EXPORT MemoryPool : public MemoryObject {
 public:
-    // True when `ptr` lies inside a range some pool recorded. Thread-safe; false when the
-    // registry does not exist.
+    // Maps a first region of `size` bytes for the pool's arena. Every construction also
+    // sets the process-wide arena granularity to 4 MiB and turns automatic trimming off.
+    // The reference count starts at 1: the creator's.
+    MemoryPool(char const* name, unsigned long size);
+    // Releases the arena and unmaps every range the pool recorded. Normally reached through
+    // the last HeapManager's release.
+    virtual ~MemoryPool();
+
+    // Thread-safe (the pool's lock). Null when the arena cannot grow.
+    void* malloc(unsigned long size);
+    void free(void* ptr);
+
+    // The sum managers reported. Updated unlocked, as a plain read-modify-write: managers of
+    // one pool used from several threads at once may lose updates here.
+    unsigned long getAllocatedMemory() const { return mAllocated.load(std::memory_order_relaxed); }
+    void addAllocation(unsigned long n) {
+        mAllocated.store(mAllocated.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+    }
+    void subtractAllocation(unsigned long n) {
+        mAllocated.store(mAllocated.load(std::memory_order_relaxed) - n, std::memory_order_relaxed);
+    }
+
+    const QString& getName() const { return mName; }
+    // The reference count, for TestThenAdd; the pool is deleted by whoever takes it from
+    // 1 to 0 (HeapManager does so for its own reference).
+    long volatile* referenceCount() { return &mRefCount; }
+    // The arena under the pool; calls into it must hold getLock().
+    void* getMspace() const { return mMspace; }
+    SpinLock& getLock() { return mLock; }
+    // A copy of the ranges this pool recorded, taken under the registry lock.
+    std::vector<MMapRange> getRanges() const;
+
+    // True when `ptr` lies inside a range some pool recorded; false when the registry does
+    // not exist. Thread-safe and lock-free on the common path.
     static bool isPointerFromPool(void* ptr);
+
+    // The arena's mapping hooks; `context` is the owning pool. Each mapping is recorded in
+    // the registry and the pool's list; the failure value is recorded and returned too.
+    static void* directMmapCB(unsigned long size, void* context);
+    static void* mmapCB(unsigned long size, void* context);
+    static int munmapCB(char* base, unsigned long size, void* context);
+    // Always fails: pools never grow by program break.
+    static void* sbreakCB(int increment, void* context);
+
+    MemoryPool(const MemoryPool&) = delete;
+    MemoryPool& operator=(const MemoryPool&) = delete;
+
+private:
+    QString mName;
+    long volatile mRefCount;
+    std::atomic<unsigned long> mAllocated;
+    void* mMspace;
+    SpinLock mLock;
+    std::vector<MMapRange> mRanges;
 };
 
 }  // namespace mirel

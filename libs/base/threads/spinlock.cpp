@@ -10,18 +10,30 @@
 
 namespace mirel {
 
+namespace detail {
+__thread pthread_t tCurrentThread __attribute__((tls_model("initial-exec"))) = 0;
+}  // namespace detail
+
 namespace {
 
 constexpr unsigned int kWaitForever = 0xFFFFFFFFu;
 
-// Only the owner writes count, so a load and a store suffice; a locked read-modify-write
-// would triple the cost of re-entry for nothing.
-inline void addToCount(SpinLockData* d, std::int32_t delta) {
-    d->count.store(d->count.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+// The caller's pthread_self() value, cached per thread so that the inline re-entry paths
+// read a thread-local word instead of calling into the C library.
+__attribute__((noinline, cold)) pthread_t firstCurrentThread() {
+    detail::tCurrentThread = pthread_self();
+    return detail::tCurrentThread;
 }
 
+inline pthread_t currentThread() {
+    pthread_t self = detail::tCurrentThread;
+    return __builtin_expect(self != 0, 1) ? self : firstCurrentThread();
+}
+
+// Waits with a limit; kept out of line so that the common paths stay small.
 // pthread_mutex_timedlock takes an absolute CLOCK_REALTIME deadline.
-int lockWithin(pthread_mutex_t* m, unsigned int ms) {
+__attribute__((noinline)) int enterWithin(pthread_mutex_t* m, unsigned int ms) {
+    if (ms == 0) return pthread_mutex_trylock(m);
     timespec deadline;
     clock_gettime(CLOCK_REALTIME, &deadline);
     deadline.tv_sec += ms / 1000;
@@ -46,49 +58,37 @@ SpinLock::~SpinLock() {
     delete mData;
 }
 
-int SpinLock::lock(unsigned int timeout) {
-    pthread_t self = pthread_self();
-    if (mData->owner.load(std::memory_order_relaxed) == self) {
-        addToCount(mData, 1);
-        return 0;
-    }
-    int rc;
-    if (timeout == kWaitForever) {
-        rc = pthread_mutex_lock(&mData->region);
-    } else if (timeout == 0) {
-        rc = pthread_mutex_trylock(&mData->region);
-    } else {
-        rc = lockWithin(&mData->region, timeout);
-    }
+// Reached when the inline path found the caller not to be the owner: either another
+// thread holds the lock or nobody does, or this thread has not used a lock before. In the
+// last case the caller cannot be the owner either, since every owner has its identity.
+int SpinLock::enter(unsigned int timeout) {
+    SpinLockData* d = mData;
+    const pthread_t self = currentThread();
+    const int rc = timeout == kWaitForever ? pthread_mutex_lock(&d->region)
+                                           : enterWithin(&d->region, timeout);
     if (rc != 0) return -1;
-    mData->owner.store(self, std::memory_order_relaxed);
-    mData->count.store(1, std::memory_order_relaxed);
+    d->state.owner.store(self, std::memory_order_relaxed);
+    d->state.count.store(1, std::memory_order_relaxed);
     return 0;
 }
 
-int SpinLock::trylock() { return lock(0); }
-
-int SpinLock::unlock() {
-    if (mData->owner.load(std::memory_order_relaxed) != pthread_self()) return -1;
-    addToCount(mData, -1);
-    if (mData->count.load(std::memory_order_relaxed) > 0) return 0;
-    mData->owner.store(0, std::memory_order_relaxed);
-    pthread_mutex_unlock(&mData->region);
-    return 0;
+// The owner's last level.
+int SpinLock::release() {
+    SpinLockData* d = mData;
+    d->state.count.store(0, std::memory_order_relaxed);
+    d->state.owner.store(0, std::memory_order_relaxed);
+    // A plain mutex unlocks with 0; passing its result on lets this be a tail call.
+    return pthread_mutex_unlock(&d->region);
 }
 
 void SpinLock::stealOwnership() {
-    mData->owner.store(pthread_self(), std::memory_order_relaxed);
+    mData->state.owner.store(currentThread(), std::memory_order_relaxed);
 }
 
 int SpinLock::forceUnlock() {
     stealOwnership();
     return unlock();
 }
-
-CSMutex::CSMutex(SpinLock& lock) : mLock(lock) { mLock.lock(kWaitForever); }
-
-CSMutex::~CSMutex() { mLock.unlock(); }
 
 long TestThenAdd(long volatile* value, long delta) {
     return __atomic_fetch_add(value, delta, __ATOMIC_SEQ_CST);

@@ -12,6 +12,8 @@
 // the lock is held and the threads have synchronised otherwise (a join, a semaphore).
 #pragma once
 
+#include <sys/types.h>  // pthread_t
+
 #include <atomic>
 #include <cstdint>
 
@@ -20,6 +22,22 @@
 namespace mirel {
 
 struct SpinLockData;
+
+namespace detail {
+
+// The words of a lock that its inline paths read; the platform mutex follows them in
+// SpinLockData. Only the owning thread finds its own identity in `owner`, which makes the
+// unsynchronised read of it sound; `count` is written by the owner alone.
+struct SpinLockState {
+    std::atomic<pthread_t> owner{0};
+    std::atomic<std::int32_t> count{0};
+};
+
+// The calling thread's pthread_self() value once the thread has used a lock, else 0.
+// Initial-exec keeps the read a single thread-pointer-relative load.
+MIREL_EXPORT extern __thread pthread_t tCurrentThread __attribute__((tls_model("initial-exec")));
+
+}  // namespace detail
 
 class MIREL_EXPORT SpinLock {
 public:
@@ -31,12 +49,31 @@ public:
 
     // Waits at most `timeout` milliseconds (all ones: without limit; 0: not at all). The owner
     // re-enters at once whatever the timeout. 0 when the caller holds the lock, else -1.
-    int lock(unsigned int timeout);
+    int lock(unsigned int timeout) {
+        detail::SpinLockState* s = state();
+        const pthread_t self = detail::tCurrentThread;
+        if (self != 0 && s->owner.load(std::memory_order_relaxed) == self) {
+            s->count.store(s->count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+            return 0;
+        }
+        return enter(timeout);
+    }
     // lock() that never waits.
-    int trylock();
+    int trylock() { return lock(0); }
     // Removes one level of the caller's ownership; the lock is free when none is left.
     // -1, with nothing changed, when the caller is not the owner.
-    int unlock();
+    int unlock() {
+        detail::SpinLockState* s = state();
+        const pthread_t self = detail::tCurrentThread;
+        // A thread that never took a lock has no identity yet, and so owns nothing.
+        if (self == 0 || s->owner.load(std::memory_order_relaxed) != self) return -1;
+        const std::int32_t count = s->count.load(std::memory_order_relaxed);
+        if (count > 1) {
+            s->count.store(count - 1, std::memory_order_relaxed);
+            return 0;
+        }
+        return release();
+    }
     // Makes the caller the owner without waiting and without touching the depth.
     void stealOwnership();
     // stealOwnership() then unlock(): removes exactly one level, so a lock held twice stays
@@ -50,14 +87,25 @@ public:
     SpinLock& operator=(const SpinLock&) = delete;
 
 private:
+    // The re-entry paths above are inline: one thread-local read and an increment, with no
+    // call. Everything else goes through these.
+    int enter(unsigned int timeout);
+    int release();
+    detail::SpinLockState* state() const;
+
     SpinLockData* mData;
 };
+
+// SpinLockData begins with its SpinLockState, so the state sits at the data's address.
+inline detail::SpinLockState* SpinLock::state() const {
+    return reinterpret_cast<detail::SpinLockState*>(mData);
+}
 
 // Holds `lock` (waiting without limit) for the life of the scope; results are discarded.
 class MIREL_EXPORT CSMutex {
 public:
-    explicit CSMutex(SpinLock& lock);
-    ~CSMutex();
+    explicit CSMutex(SpinLock& lock) : mLock(lock) { mLock.lock(0xFFFFFFFFu); }
+    ~CSMutex() { mLock.unlock(); }
 
     CSMutex(const CSMutex&) = delete;
     CSMutex& operator=(const CSMutex&) = delete;

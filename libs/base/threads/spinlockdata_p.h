@@ -4,20 +4,23 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <cstdint>
+#include <type_traits>
+
+#include "base/threads/spinlock.h"
 
 namespace mirel {
 
-// `region` is a plain (non-recursive) mutex: the lock counts recursion itself.
-// `owner` and `count` are read by other threads without holding the mutex, so they are
-// atomics; only the owning thread ever finds its own identity in `owner`, which is what
-// makes the unlocked read in lock() sound.
+// `state` comes first so that the inline paths of SpinLock find owner and count at the
+// data's own address. `region` is a plain (non-recursive) mutex: the lock counts
+// recursion itself.
 struct SpinLockData {
+    detail::SpinLockState state;
     pthread_mutex_t region;
-    std::atomic<std::int32_t> count{0};
     std::uint32_t spinCount = 0;
-    std::atomic<pthread_t> owner{0};
 };
+
+static_assert(std::is_standard_layout_v<SpinLockData>,
+              "SpinLock::state() relies on the state being at the data's address");
 
 }  // namespace mirel

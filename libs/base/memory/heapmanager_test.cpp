@@ -1,0 +1,109 @@
+#include "base/memory/heapmanager.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace mirel {
+namespace {
+
+// Totals --------------------------------------------------------------------------------
+
+TEST(HeapManager, TotalsPerManagerAndPerPool) {
+    auto* pool = new MemoryPool("totals", 1 << 16);
+    {
+        HeapManager a(pool), b(pool);
+        void* p100 = a.alloc(100);
+        void* p28 = a.alloc(28);
+        void* q = b.alloc(1000);
+        EXPECT_EQ(a.getAllocatedSize(), 128u);
+        EXPECT_EQ(b.getAllocatedSize(), 1000u);
+        EXPECT_EQ(pool->getAllocatedMemory(), 1128u);
+        a.free(p100);
+        EXPECT_EQ(a.getAllocatedSize(), 28u);
+        EXPECT_EQ(pool->getAllocatedMemory(), 1028u);
+        Free(q);
+        Free(p28);
+        EXPECT_EQ(pool->getAllocatedMemory(), 0u);
+    }
+    delete pool;
+}
+
+TEST(HeapManager, BlocksCarryTheirHeaderAndKeepSixteenByteAlignment) {
+    auto* pool = new MemoryPool("header", 1 << 16);
+    HeapManager m(pool);
+    TestThenAdd(pool->referenceCount(), -1);
+    for (unsigned long size : {1ul, 7ul, 16ul, 100ul, 4096ul}) {
+        void* p = m.allocAligned(size, 64);  // the alignment is ignored on purpose
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
+        EXPECT_EQ(static_cast<HeapManager**>(p)[-2], &m);
+        EXPECT_EQ(static_cast<unsigned long*>(p)[-1], size);
+        m.free(p);
+    }
+}
+
+// Pool lifetime ---------------------------------------------------------------------------
+
+TEST(HeapManager, LastManagerLeavesACallerPoolToItsCreator) {
+    auto* pool = new MemoryPool("kept", 1 << 16);
+    char* start = pool->getRanges().front().start;
+    { HeapManager m(pool); }
+    EXPECT_EQ(*pool->referenceCount(), 1);
+    EXPECT_TRUE(MemoryPool::isPointerFromPool(start)) << "the creator's reference keeps it";
+    {
+        HeapManager m(pool);
+        TestThenAdd(pool->referenceCount(), -1);  // the creator lets go first
+    }
+    EXPECT_FALSE(MemoryPool::isPointerFromPool(start)) << "the last manager must delete it";
+}
+
+TEST(HeapManager, TheDefaultPoolIsMadeOnceAndOutlivesItsManagers) {
+    MemoryPool* first = nullptr;
+    {
+        HeapManager m(nullptr);
+        first = HeapManager::sDefaultPool;
+        ASSERT_NE(first, nullptr);
+        EXPECT_EQ(m.getPool(), first);
+        EXPECT_EQ(first->getName(), QString("default"));
+        EXPECT_EQ(first->getRanges().front().size, 4194304u);
+    }
+    HeapManager again(nullptr);
+    EXPECT_EQ(HeapManager::sDefaultPool, first);
+    EXPECT_GE(*first->referenceCount(), 2);
+    void* p = again.alloc(32);
+    EXPECT_TRUE(MemoryPool::isPointerFromPool(p));
+    Free(p);
+}
+
+// HeapBuffer ------------------------------------------------------------------------------
+
+TEST(HeapBuffer, AppendsWholeOrNotAtAll) {
+    HeapBuffer buf(nullptr, 8, 4);
+    EXPECT_TRUE(buf.appendData(nullptr, 5));
+    EXPECT_TRUE(buf.appendData("x", 0));
+    EXPECT_EQ(buf.getUsed(), 0u);
+    EXPECT_TRUE(buf.appendData("abcde", 5));
+    EXPECT_FALSE(buf.appendData("fghi", 4)) << "one byte past capacity";
+    EXPECT_EQ(buf.getUsed(), 5u);
+    EXPECT_TRUE(buf.appendData("fgh", 3)) << "exactly to capacity";
+    EXPECT_EQ(buf.getUsed(), 8u);
+    EXPECT_EQ(std::memcmp(buf.getData(), "abcdefgh", 8), 0);
+    EXPECT_FALSE(buf.appendData("i", 1));
+}
+
+TEST(HeapBuffer, StorageFromAManagerIsAccountedAndReturned) {
+    auto* pool = new MemoryPool("buffers", 1 << 16);
+    HeapManager m(pool);
+    TestThenAdd(pool->referenceCount(), -1);
+    {
+        HeapBuffer* buf = new (&m) HeapBuffer(&m, 1000, 16);
+        EXPECT_EQ(m.getAllocatedSize(), 1000u + sizeof(HeapBuffer));
+        EXPECT_TRUE(MemoryPool::isPointerFromPool(const_cast<char*>(buf->getData())));
+        delete buf;
+    }
+    EXPECT_EQ(m.getAllocatedSize(), 0u);
+}
+
+}  // namespace
+}  // namespace mirel

@@ -1,0 +1,140 @@
+// mirel pool: a named pool and two heap managers under a built-in allocation workload.
+#include <QElapsedTimer>
+
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "base/memory/heapmanager.h"
+#include "base/memory/memorypool.h"
+#include "base/memory/mspace.h"
+#include "command.h"
+
+namespace mirel::tool {
+namespace {
+
+struct Workload {
+    QString name = "tour";
+    unsigned long size = 1 << 20;
+    long blocks = 20000;
+    long minSize = 16;
+    long maxSize = 4096;
+    unsigned long seed = 1;
+};
+
+QJsonObject rangeJson(const MMapRange& r) {
+    return {{"start", QStringLiteral("0x%1").arg(reinterpret_cast<quintptr>(r.start), 0, 16)},
+            {"size", static_cast<double>(r.size)}};
+}
+
+void runWorkload(Output& out, const Workload& w) {
+    // The pool lives as long as its managers: they hold the last references.
+    auto* pool = new MemoryPool(w.name.toUtf8().constData(), w.size);
+    auto* first = new HeapManager(pool);
+    auto* second = new HeapManager(pool);
+    TestThenAdd(pool->referenceCount(), -1);
+
+    std::mt19937_64 rng(w.seed);
+    std::uniform_int_distribution<long> sizes(w.minSize, w.maxSize);
+    std::vector<void*> blocks(static_cast<std::size_t>(w.blocks));
+    QElapsedTimer timer;
+    timer.start();
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        HeapManager* m = i % 2 == 0 ? first : second;
+        blocks[i] = m->alloc(static_cast<unsigned long>(sizes(rng)));
+    }
+    const double allocNs = static_cast<double>(timer.nsecsElapsed()) / double(blocks.size());
+    // Free every other block through the frame, which finds each block's manager itself.
+    timer.restart();
+    long freed = 0;
+    for (std::size_t i = 1; i < blocks.size(); i += 2, ++freed) Free(blocks[i]);
+    const double freeNs = freed > 0 ? static_cast<double>(timer.nsecsElapsed()) / double(freed) : 0;
+
+    void* arena = pool->getMspace();
+    const struct mallinfo info = mspace_mallinfo(arena);
+    const std::vector<MMapRange> ranges = pool->getRanges();
+    QJsonArray rangeList;
+    for (const MMapRange& r : ranges) rangeList.append(rangeJson(r));
+    out.data = QJsonObject{
+        {"pool", w.name},
+        {"seed", static_cast<double>(w.seed)},
+        {"blocksAllocated", static_cast<double>(blocks.size())},
+        {"blocksFreed", static_cast<double>(freed)},
+        {"managers", QJsonArray{static_cast<double>(first->getAllocatedSize()),
+                                static_cast<double>(second->getAllocatedSize())}},
+        {"poolAllocatedBytes", static_cast<double>(pool->getAllocatedMemory())},
+        {"ranges", rangeList},
+        {"footprint", static_cast<double>(mspace_footprint(arena))},
+        {"maxFootprint", static_cast<double>(mspace_max_footprint(arena))},
+        {"inUseBytes", static_cast<double>(info.uordblks)},
+        {"nsPerAlloc", allocNs},
+        {"nsPerFree", freeNs},
+    };
+    if (!out.json()) {
+        QTextStream& t = out.text();
+        t << QStringLiteral("pool \"%1\": first region %2 bytes; %3 blocks of %4..%5 bytes (seed %6),"
+                            " every other one freed\n")
+                 .arg(w.name)
+                 .arg(w.size)
+                 .arg(blocks.size())
+                 .arg(w.minSize)
+                 .arg(w.maxSize)
+                 .arg(w.seed);
+        t << QStringLiteral("allocated: manager 1 %1 bytes, manager 2 %2 bytes, pool %3 bytes\n")
+                 .arg(first->getAllocatedSize())
+                 .arg(second->getAllocatedSize())
+                 .arg(pool->getAllocatedMemory());
+        t << QStringLiteral("mapped ranges (%1):\n").arg(ranges.size());
+        for (const MMapRange& r : ranges) {
+            t << QStringLiteral("  0x%1  %2 bytes\n")
+                     .arg(reinterpret_cast<quintptr>(r.start), 12, 16, QChar('0'))
+                     .arg(r.size, 10);
+        }
+        t << QStringLiteral("arena footprint %1 bytes (most %2)\n")
+                 .arg(mspace_footprint(arena))
+                 .arg(mspace_max_footprint(arena));
+        t << QStringLiteral("time: %1 ns per alloc, %2 ns per Free\n")
+                 .arg(allocNs, 0, 'f', 1)
+                 .arg(freeNs, 0, 'f', 1);
+        t << "arena statistics (standard error):\n";
+        t.flush();
+        CSMutex hold(pool->getLock());
+        mspace_malloc_stats(arena);
+        std::fflush(stderr);
+    }
+    for (std::size_t i = 0; i < blocks.size(); i += 2) Free(blocks[i]);
+    delete first;
+    delete second;  // the last reference: the pool goes with it
+}
+
+void configurePool(QCommandLineParser& parser) {
+    parser.addOption({"name", "Name of the pool.", "NAME", "workload"});
+    parser.addOption({"size", "First region of the pool in bytes (4096-1073741824).", "BYTES", "1048576"});
+    parser.addOption({"blocks", "Blocks to allocate (1-10000000).", "N", "20000"});
+    parser.addOption({"min-size", "Smallest block in bytes (1-16777216).", "BYTES", "16"});
+    parser.addOption({"max-size", "Largest block in bytes (1-16777216).", "BYTES", "4096"});
+    parser.addOption({"seed", "Seed of the block sizes (0-4294967295).", "S", "1"});
+}
+
+int runPool(const QCommandLineParser& parser, Output& out) {
+    Workload w;
+    w.name = parser.value("name");
+    if (w.name.isEmpty()) throw UsageError("--name must not be empty");
+    w.size = static_cast<unsigned long>(parseInteger(parser, "size", 4096, 1073741824));
+    w.blocks = parseInteger(parser, "blocks", 1, 10000000);
+    w.minSize = parseInteger(parser, "min-size", 1, 16777216);
+    w.maxSize = parseInteger(parser, "max-size", 1, 16777216);
+    w.seed = static_cast<unsigned long>(parseInteger(parser, "seed", 0, 4294967295L));
+    if (w.minSize > w.maxSize) throw UsageError("--min-size must not exceed --max-size");
+    runWorkload(out, w);
+    return 0;
+}
+
+const Register pool{Command{"pool", "A memory pool and two heap managers under an allocation workload.",
+                            configurePool, runPool}};
+const Register tourStep{TourStep{5, "Memory: a pool, two heap managers and the frame",
+                                 [](Output& out) { runWorkload(out, Workload{}); }}};
+
+}  // namespace
+}  // namespace mirel::tool
