@@ -57,8 +57,9 @@ int toInt(const QString& text, const char* what) {
 void configureRandom(QCommandLineParser& parser) {
     parser.addOption({"seed", "Seed (0-4294967295); 0 seeds as 3141592 does.", "N", "0"});
     parser.addOption({"count", "How many values (1-100000).", "K", "10"});
-    parser.addOption({"range", "Integers from LO up to, not including, HI (give HI after LO); "
-                               "without it, floats in [0, 1).", "LO"});
+    parser.addOption({"range", "Integers from LO up to, not including, HI (give HI after LO, "
+                               "after -- when negative: --range -10 -- -3); without it, floats "
+                               "in [0, 1).", "LO"});
     parser.addPositionalArgument("HI", "The upper bound that follows --range LO.", "[HI]");
 }
 

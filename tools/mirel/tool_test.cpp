@@ -229,6 +229,14 @@ TEST(Tool, RandomSequencesAreReproducibleAndRight) {
     std::rand();
     for (const auto& v : raw) EXPECT_EQ(v.toInt(), 5 + std::rand());
 
+    // A negative upper bound goes after "--", and so would anything else.
+    Result negative = mirel({"random", "--json", "--count", "30", "--range", "-10", "--", "-3"});
+    ASSERT_EQ(negative.status, 0) << negative.err.toStdString();
+    for (const auto& v : parseJson(negative)["values"].toArray()) {
+        EXPECT_GE(v.toInt(), -10);
+        EXPECT_LT(v.toInt(), -3);
+    }
+
     // Seed 0 is the default seed.
     EXPECT_EQ(values({"random", "--seed", "0", "--count", "5"}),
               values({"random", "--seed", "3141592", "--count", "5"}));
