@@ -4,7 +4,12 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QDateTime>
 #include <QProcess>
+#include <QRegularExpression>
+
+#include <cmath>
+#include <cstdlib>
 
 namespace {
 
@@ -40,6 +45,20 @@ TEST(Tool, BadInvocationsGiveOneLineAndStatusTwo) {
         {"locks", "--threads", "0"},
         {"locks", "--frobnicate"},
         {"sysinfo", "stray"},
+        {"status", "0xZZ"},
+        {"status", "0x100000000"},
+        {"status", "-1"},
+        {"time", "--frames", "101"},
+        {"random", "--count", "0"},
+        {"random", "--seed", "4294967296"},
+        {"random", "--range", "1"},
+        {"random", "--range", "9", "3"},
+        {"random", "--range", "a", "3"},
+        {"random", "stray"},
+        {"text"},
+        {"text", "a", "--units", "41"},
+        {"text", "--units", "10000"},
+        {"hash", "--buckets", "0"},
         {"pool", "--min-size", "100", "--max-size", "10"},
         {"pool", "--blocks", "-3"},
         {"pool", "--name", ""},
@@ -59,7 +78,10 @@ TEST(Tool, BadInvocationsGiveOneLineAndStatusTwo) {
 TEST(Tool, HelpListsCommandsAndEachCommandHasItsOwn) {
     Result r = mirel({"--help"});
     EXPECT_EQ(r.status, 0);
-    for (const char* name : {"tour", "sysinfo", "locks", "pool"}) EXPECT_TRUE(r.out.contains(name)) << name;
+    for (const char* name :
+         {"tour", "sysinfo", "locks", "pool", "status", "time", "random", "text", "hash"}) {
+        EXPECT_TRUE(r.out.contains(name)) << name;
+    }
 
     Result sub = mirel({"locks", "--help"});
     EXPECT_EQ(sub.status, 0);
@@ -110,6 +132,169 @@ TEST(Tool, SysinfoAndTourSpeakJson) {
     QJsonArray steps = parseJson(tour)["tour"].toArray();
     ASSERT_GE(steps.size(), 2);
     for (const auto& step : steps) EXPECT_FALSE(step.toObject()["step"].toString().isEmpty());
+}
+
+// Status words --------------------------------------------------------------------------------
+
+QJsonObject decoded(const QString& word) {
+    Result r = mirel({"status", word, "--json"});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    return parseJson(r)["words"].toArray().at(0).toObject();
+}
+
+// Subsystem 0's own printable text never returns, so a tool that called it would hang here
+// (the test waits for the process).
+TEST(Tool, StatusDecodesWordsOfTheLibraryAndFallsBackForOthers) {
+    QJsonObject app = decoded("0xC0000006");
+    EXPECT_EQ(app["severity"].toInt(), 3);
+    EXPECT_EQ(app["severityName"].toString(), "Error");
+    EXPECT_EQ(app["subsystem"].toInt(), 0);
+    EXPECT_EQ(app["subsystemName"].toString(), "APP");
+    EXPECT_EQ(app["code"].toInt(), 6);
+    EXPECT_EQ(app["message"].toString(), "File not found");
+    EXPECT_EQ(app["printable"].toString(), "Error|APP|Error code File not found (0x    6)");
+
+    QJsonObject info = decoded("1073741953");  // 0x40000081 in decimal
+    EXPECT_EQ(info["word"].toString(), "0x40000081");
+    EXPECT_EQ(info["printable"].toString(), "Info|APP|Error code Action already queued (0x  129)");
+
+    QJsonObject warning = decoded("0x80000003");
+    EXPECT_TRUE(warning["message"].isNull());
+    EXPECT_EQ(warning["printable"].toString(), "Warning|APP|Error code  (0x    3)");
+
+    QJsonObject unknown = decoded("0xc0050001");
+    EXPECT_EQ(unknown["subsystemName"].toString(), "Invalid");
+    EXPECT_EQ(unknown["severityName"].toString(), "Error");
+    EXPECT_EQ(unknown["printable"].toString(), "Could not decode error 0xc0050001");
+
+    Result list = mirel({"status", "--json"});
+    ASSERT_EQ(list.status, 0);
+    const QJsonArray messages = parseJson(list)["messages"].toArray();
+    ASSERT_EQ(messages.size(), 24);
+    EXPECT_EQ(messages.at(21).toObject()["word"].toString(), "0xc0000016");
+    EXPECT_EQ(messages.at(21).toObject()["message"].toString(), "Attempt to read past end of file");
+
+    Result text = mirel({"status", "0xC0000001"});
+    EXPECT_TRUE(text.out.startsWith("0xc0000001  Error|APP|Error code Object already active (0x    1)\n"))
+        << text.out.toStdString();
+}
+
+// Clocks ----------------------------------------------------------------------------------------
+
+TEST(Tool, TimeShowsTheClocksAndTimesFrames) {
+    const double before = static_cast<double>(QDateTime::currentMSecsSinceEpoch());
+    Result r = mirel({"time", "--frames", "3", "--interval", "30", "--json"});
+    const double after = static_cast<double>(QDateTime::currentMSecsSinceEpoch());
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QJsonObject o = parseJson(r);
+    EXPECT_GE(o["getSystemTime"].toDouble(), before);
+    EXPECT_LE(o["getSystemTime"].toDouble(), after);
+    EXPECT_LE(std::fabs(o["getCurrTime"].toDouble() - before / 1000.0), 3.0);
+    EXPECT_GE(o["getTime"].toDouble(), o["getStartTime"].toDouble());
+    EXPECT_DOUBLE_EQ(o["fixedGlobalDT"].toDouble(), 0.04);
+    const QJsonArray dts = o["variableGlobalDT"].toArray();
+    ASSERT_EQ(dts.size(), 3);
+    for (const auto& dt : dts) {
+        EXPECT_GE(dt.toDouble(), 0.027);
+        EXPECT_LE(dt.toDouble(), 0.2);
+    }
+    EXPECT_EQ(o["currentFrame"].toInt(), 4);
+    EXPECT_EQ(o["planetRadius"].toDouble(), 6371000.0);
+}
+
+// Random numbers ----------------------------------------------------------------------------------
+
+QJsonArray values(const QStringList& args) {
+    Result r = mirel(args + QStringList{"--json"});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    return parseJson(r)["values"].toArray();
+}
+
+TEST(Tool, RandomSequencesAreReproducibleAndRight) {
+    const QJsonArray a = values({"random", "--seed", "42", "--count", "20", "--range", "-5", "5"});
+    EXPECT_EQ(a, values({"random", "--seed", "42", "--count", "20", "--range", "-5", "5"}));
+    EXPECT_NE(a, values({"random", "--seed", "43", "--count", "20", "--range", "-5", "5"}));
+    ASSERT_EQ(a.size(), 20);
+    // The tool's process and this one share the C library's generator: seeding takes two
+    // draws, then each value is LO plus a draw modulo the span.
+    std::srand(42);
+    std::rand();
+    std::rand();
+    for (const auto& v : a) EXPECT_EQ(v.toInt(), -5 + std::rand() % 10);
+
+    // An empty range gives LO plus the raw draw.
+    const QJsonArray raw = values({"random", "--seed", "7", "--count", "3", "--range", "5", "5"});
+    std::srand(7);
+    std::rand();
+    std::rand();
+    for (const auto& v : raw) EXPECT_EQ(v.toInt(), 5 + std::rand());
+
+    // A negative upper bound goes after "--", and so would anything else.
+    Result negative = mirel({"random", "--json", "--count", "30", "--range", "-10", "--", "-3"});
+    ASSERT_EQ(negative.status, 0) << negative.err.toStdString();
+    for (const auto& v : parseJson(negative)["values"].toArray()) {
+        EXPECT_GE(v.toInt(), -10);
+        EXPECT_LT(v.toInt(), -3);
+    }
+
+    // Seed 0 is the default seed.
+    EXPECT_EQ(values({"random", "--seed", "0", "--count", "5"}),
+              values({"random", "--seed", "3141592", "--count", "5"}));
+    for (const auto& v : values({"random", "--seed", "9", "--count", "50"})) {
+        EXPECT_GE(v.toDouble(), 0.0);
+        EXPECT_LT(v.toDouble(), 1.0);
+    }
+}
+
+// Text and hash table ---------------------------------------------------------------------------
+
+TEST(Tool, TextShowsEachFormOfTheText) {
+    Result r = mirel({"text", QString::fromUtf8("\xc3\xa9\xf0\x9f\x98\x80"), "--compare", "\xc3\x89", "--json"});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QJsonObject o = parseJson(r);
+    EXPECT_EQ(o["utf16"].toArray(), (QJsonArray{0xe9, 0xd83d, 0xde00}));
+    EXPECT_EQ(o["wide"].toArray(), (QJsonArray{0xe9, 0x1f600, 0}));
+    EXPECT_EQ(o["wideLength"].toInt(), 2);
+    EXPECT_EQ(o["utf8"].toArray(),
+              (QJsonArray{0xc3, 0xa9, 0xed, 0xa0, 0xbd, 0xed, 0xb8, 0x80}));
+    EXPECT_EQ(o["percent"].toString(), "%c3%a9%ed%a0%bd%ed%b8%80");
+    EXPECT_FALSE(o["qtUtf8Agrees"].toBool());
+    EXPECT_TRUE(o["roundTrip"].toBool());
+
+    QJsonObject cmp = parseJson(mirel({"text", "abc", "--compare", "ABD", "--json"}));
+    EXPECT_EQ(cmp["wcsicmp"].toInt(), -1);
+    EXPECT_TRUE(cmp["qtUtf8Agrees"].toBool());
+
+    QJsonObject units = parseJson(mirel({"text", "--units", "dc00,41", "--json"}));
+    EXPECT_EQ(units["wide"].toArray(), (QJsonArray{0xdc00, 0x41}));
+
+    Result logged = mirel({"text", "note", "--log"});
+    EXPECT_EQ(logged.status, 0);
+    EXPECT_TRUE(QRegularExpression("^\\d+\\.\\d{6}: note\\n$").match(logged.err).hasMatch())
+        << logged.err.toStdString();
+}
+
+TEST(Tool, HashReportsExactStatistics) {
+    Result r = mirel({"hash", "--elements", "1000", "--buckets", "100", "--lookups", "5000", "--json"});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QJsonObject o = parseJson(r);
+    EXPECT_EQ(o["buckets"].toDouble(), 193.0);
+    EXPECT_EQ(o["elements"].toDouble(), 1000.0);
+    EXPECT_EQ(o["lookups"].toDouble(), 5000.0);
+    // Half the lookups are for stored keys, the rest for keys never stored.
+    EXPECT_EQ(o["hits"].toDouble(), 2500.0);
+    // Every miss walks its whole chain; 1000 elements over 193 buckets make that non-zero.
+    EXPECT_GT(o["probes"].toDouble(), 2500.0);
+}
+
+TEST(Tool, TourIncludesEveryFamily) {
+    Result tour = mirel({"tour", "--json"});
+    ASSERT_EQ(tour.status, 0) << tour.err.toStdString();
+    QStringList titles;
+    for (const auto& step : parseJson(tour)["tour"].toArray()) titles << step.toObject()["step"].toString();
+    for (const char* prefix : {"Status codes", "Text", "Hash table", "Clocks", "Random numbers"}) {
+        EXPECT_EQ(titles.filter(QRegularExpression(QStringLiteral("^") + prefix)).size(), 1) << prefix;
+    }
 }
 
 }  // namespace

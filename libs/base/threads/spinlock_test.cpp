@@ -277,17 +277,19 @@ TEST(GlobalLockDeathTest, ShutdownIsFinal) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            BlockMainLock::lock();
-            BlockMainLock::unlock();
-            BlockMainLock::shutdown();
-            bool ok = BlockMainLock::gGlobalLock() == nullptr &&
-                      BlockMainLock::globalLockInited.load() == 1 &&
-                      BlockMainLock::gGlobalLock() == nullptr;
+            // GlobalLock is made at load (the status registry takes it); the library never
+            // takes BlockMainLock.
+            GlobalLock::lock();
+            GlobalLock::unlock();
+            GlobalLock::shutdown();
+            bool ok = GlobalLock::gGlobalLock() == nullptr &&
+                      GlobalLock::globalLockInited.load() == 1 &&
+                      GlobalLock::gGlobalLock() == nullptr;
             // A lock never made before shutdown() is still made on first use.
-            GlobalLock::shutdown();
-            ok = ok && GlobalLock::gGlobalLock() != nullptr;
-            GlobalLock::shutdown();
-            ok = ok && GlobalLock::gGlobalLock() == nullptr;
+            BlockMainLock::shutdown();
+            ok = ok && BlockMainLock::gGlobalLock() != nullptr;
+            BlockMainLock::shutdown();
+            ok = ok && BlockMainLock::gGlobalLock() == nullptr;
             std::exit(ok ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
