@@ -35,5 +35,17 @@ TEST(StaticOrder, AValueSetBeforeAdoptionIsKept) {
     EXPECT_EQ(gLater.getSetting("x2"), &x2);
 }
 
+TEST(StaticOrder, TheLibrarysOwnGroupIsOlderThanTheApplications) {
+    // The library's initialisers run before the program's: its "Version" group comes
+    // after every group of the program in the newest-first list.
+    ASSERT_EQ(SettingGroup::getGroupCount(), 4);
+    EXPECT_EQ(SettingGroup::getGroup(0), &gLater);
+    EXPECT_EQ(SettingGroup::getGroup(1), &gLate);
+    EXPECT_EQ(SettingGroup::getGroup(2), &gEarly);
+    ASSERT_NE(SettingGroup::getGroup(3), nullptr);
+    EXPECT_EQ(SettingGroup::getGroup(3)->getName(), "Version");
+    EXPECT_EQ(SettingGroup::getGroup(4), nullptr);
+}
+
 }  // namespace
 }  // namespace statictest
