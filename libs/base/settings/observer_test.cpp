@@ -63,8 +63,10 @@ TEST(SettingObserver, NewestFirstThenTheGroupsObserversNewestFirst) {
     Recorder o1(&s, log, "o1");
     GroupRecorder g2(g, log, "g2");
     Recorder o2(s, log, "o2");
+    Recorder loose(nullptr, log, "loose");  // attached to nothing: never told
     s.set(1);
     EXPECT_EQ(log, (Log{"o2:changed", "o1:changed", "g2:s", "g1:s"}));
+    EXPECT_FALSE(loose.isLinked());
     EXPECT_EQ(o1.seen, &s);
     EXPECT_EQ(g1.group, &g);
 }
@@ -88,14 +90,6 @@ TEST(SettingObserver, DestroyingOneFromTheMiddleKeepsTheOthers) {
     Recorder d(&s, log, "d");  // the list still works after being emptied
     s.set(3);
     EXPECT_EQ(log, (Log{"d:changed"}));
-}
-
-TEST(SettingObserver, WithoutASettingItIsUnlinked) {
-    Log log;
-    Recorder loose(nullptr, log, "loose");
-    EXPECT_FALSE(loose.isLinked());
-    loose.remove();
-    EXPECT_TRUE(loose.isEnabled());
 }
 
 // Enabled ----------------------------------------------------------------------------------

@@ -103,25 +103,6 @@ TEST(SettingGroup, IndexOutsideTheArrayThrowsTheStandardError) {
     EXPECT_EQ(empty.getSetting("a"), nullptr);
 }
 
-// A group whose settings come from elsewhere: lookups by name must go through it.
-class RemappedGroup : public SettingGroup {
-public:
-    RemappedGroup(Setting* only) : SettingGroup("Remapped"), mOnly(only) {}
-    int getSettingCount() const override { return 1; }
-    Setting* getSetting(int) const override { return mOnly; }
-    using SettingGroup::getSetting;
-
-private:
-    Setting* mOnly;
-};
-
-TEST(SettingGroup, LookupByNameUsesTheVirtualIndexLookup) {
-    SettingGroup home("Home");
-    IntSetting elsewhere(home, "elsewhere", 1);
-    RemappedGroup g(&elsewhere);
-    EXPECT_EQ(g.getSetting("elsewhere"), &elsewhere);
-}
-
 // Group lifetime -----------------------------------------------------------------------------
 
 TEST(SettingGroup, SettingsOutliveTheirGroupGroupless) {

@@ -102,14 +102,6 @@ TEST_F(Snapshot, OnlyEffectiveChangesAreRecorded) {
     EXPECT_EQ(a.pushes, 2) << "no frame open, nothing recorded";
 }
 
-TEST_F(Snapshot, ChangesOutsideAFrameAreNotUndone) {
-    IntSetting a(group, "a", 1);
-    a.set(2);
-    Setting::pushAllSettings();
-    EXPECT_TRUE(Setting::popAllSettings());
-    EXPECT_EQ(a.getValue(), 2);
-}
-
 TEST_F(Snapshot, GrouplessSettingsAreRecordedToo) {
     auto* g = new SettingGroup("Short");
     TypedSetting<QString> t(*g, "t", "a");

@@ -25,16 +25,5 @@ TEST(VersionOptions, TheLibraryHoldsOneVersionGroupWithItsKeysInOrder) {
     }
 }
 
-TEST(VersionOptions, AnotherInstanceShadowsTheLibrarysByNameUntilItGoes) {
-    SettingGroup* library = SettingGroup::getGroup("Version");
-    {
-        VersionOptions mine;
-        EXPECT_EQ(SettingGroup::getGroup("Version"), &mine);
-        mine.osName.set("Linux");
-        EXPECT_EQ(static_cast<VersionOptions*>(library)->osName.getValue(), "");
-    }
-    EXPECT_EQ(SettingGroup::getGroup("Version"), library);
-}
-
 }  // namespace
 }  // namespace mirel
