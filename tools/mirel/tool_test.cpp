@@ -211,7 +211,9 @@ TEST(Tool, SysinfoAndTourSpeakJson) {
     QJsonObject info = parseJson(mirel({"sysinfo", "--json"}));
     EXPECT_GE(info["processors"].toInt(), 1);
 
-    Result tour = mirel({"tour", "--json"});
+    QTemporaryDir home;  // the tour opens the settings store
+    ASSERT_TRUE(home.isValid());
+    Result tour = mirel({"tour", "--json"}, home.path());
     ASSERT_EQ(tour.status, 0) << tour.err.toStdString();
     QJsonArray steps = parseJson(tour)["tour"].toArray();
     ASSERT_GE(steps.size(), 2);
