@@ -1,12 +1,15 @@
 // The tool as a person meets it: exit statuses, one-line errors and JSON that parses.
 #include <gtest/gtest.h>
 
+#include <QDateTime>
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QDateTime>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 
 #include <cmath>
 #include <cstdlib>
@@ -19,8 +22,15 @@ struct Result {
     QString err;
 };
 
-Result mirel(const QStringList& args) {
+Result mirel(const QStringList& args, const QString& configHome = QString()) {
     QProcess p;
+    if (!configHome.isEmpty()) {
+        // The settings store of the child, away from the user's.
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", configHome);
+        env.insert("HOME", configHome);
+        p.setProcessEnvironment(env);
+    }
     p.start(MIREL_TOOL_PATH, args);
     EXPECT_TRUE(p.waitForFinished(120000)) << args.join(' ').toStdString();
     return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
@@ -62,6 +72,19 @@ TEST(Tool, BadInvocationsGiveOneLineAndStatusTwo) {
         {"pool", "--min-size", "100", "--max-size", "10"},
         {"pool", "--blocks", "-3"},
         {"pool", "--name", ""},
+        {"settings", "set"},
+        {"settings", "set", "osName", "Linux"},
+        {"settings", "set", "Version/", "Linux"},
+        {"settings", "set", "NoSuchGroup/osName", "Linux"},
+        {"settings", "set", "Version/noSuchSetting", "1"},
+        {"settings", "set", "Version/osMajor", "six"},
+        {"settings", "set", "Version/osMajor", "6", "extra"},
+        {"settings", "set", "Version/osName", "x", "--number"},
+        {"settings", "set", "Version/osName", "x", "--modifier", "-1"},
+        {"settings", "unset"},
+        {"settings", "--rollback"},
+        {"version", "--set-type", "two"},
+        {"version", "stray"},
     };
     for (const QStringList& args : cases) {
         Result r = mirel(args);
@@ -78,8 +101,8 @@ TEST(Tool, BadInvocationsGiveOneLineAndStatusTwo) {
 TEST(Tool, HelpListsCommandsAndEachCommandHasItsOwn) {
     Result r = mirel({"--help"});
     EXPECT_EQ(r.status, 0);
-    for (const char* name :
-         {"tour", "sysinfo", "locks", "pool", "status", "time", "random", "text", "hash"}) {
+    for (const char* name : {"tour", "sysinfo", "locks", "pool", "status", "time", "random", "text",
+                             "hash", "settings", "version"}) {
         EXPECT_TRUE(r.out.contains(name)) << name;
     }
 
@@ -123,11 +146,96 @@ TEST(Tool, PoolAccountsEveryByteItHandsOut) {
     EXPECT_GE(o["footprint"].toDouble(), o["inUseBytes"].toDouble());
 }
 
+TEST(Tool, SettingsListsTheVersionGroupInOrder) {
+    Result r = mirel({"settings", "--json"});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QJsonObject o = parseJson(r);
+    EXPECT_EQ(o["groupCount"].toInt(), 1);
+    QJsonObject version = o["groups"].toArray()[0].toObject();
+    EXPECT_EQ(version["name"].toString(), "Version");
+    const QStringList names = {"appName", "appVersion", "osName", "osMajor",
+                               "osMinor", "osBuild",    "osPatch", "ramSize"};
+    QJsonArray settings = version["settings"].toArray();
+    ASSERT_EQ(settings.size(), names.size());
+    for (int i = 0; i < names.size(); ++i) {
+        QJsonObject s = settings[i].toObject();
+        EXPECT_EQ(s["name"].toString(), names[i]);
+        EXPECT_EQ(s["type"].toString(), i < 3 ? "text" : "int") << i;
+        EXPECT_EQ(s["value"], s["default"]) << i;
+        EXPECT_EQ(s["modifier"].toInt(), 0);
+    }
+}
+
+TEST(Tool, SettingsSetTellsBothObserversAndStampsTheModifier) {
+    Result r = mirel({"settings", "set", "Version/osName", "Linux", "--modifier", "9", "--json"});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QJsonObject o = parseJson(r);
+    EXPECT_EQ(o["before"].toString(), "");
+    EXPECT_EQ(o["after"].toString(), "Linux");
+    EXPECT_EQ(o["modifier"].toInt(), 9);
+    QJsonArray events = o["events"].toArray();
+    ASSERT_EQ(events.size(), 2);
+    EXPECT_EQ(events[0].toObject()["observer"].toString(), "setting") << "the setting's own first";
+    EXPECT_EQ(events[1].toObject()["observer"].toString(), "group");
+    EXPECT_EQ(events[1].toObject()["value"].toString(), "Linux");
+
+    // The same value: stamped, nobody told.
+    QJsonObject same = parseJson(mirel({"settings", "set", "Version/osMajor", "0", "--modifier", "5", "--json"}));
+    EXPECT_FALSE(same["changed"].toBool());
+    EXPECT_EQ(same["modifier"].toInt(), 5);
+    EXPECT_TRUE(same["events"].toArray().isEmpty());
+
+    // Text keeps its first word; a number leaves text alone.
+    EXPECT_EQ(parseJson(mirel({"settings", "set", "Version/osName", "Debian Linux", "--json"}))["after"], "Debian");
+    QJsonObject number = parseJson(mirel({"settings", "set", "Version/osMajor", "6.9", "--number", "--json"}));
+    EXPECT_EQ(number["after"].toInt(), 6);
+    EXPECT_EQ(parseJson(mirel({"settings", "set", "Version/osName", "6.9", "--number", "--json"}))["after"], "");
+}
+
+TEST(Tool, SettingsRollbackIsSilent) {
+    QJsonObject o = parseJson(mirel({"settings", "set", "Version/ramSize", "2048", "--rollback", "--json"}));
+    EXPECT_EQ(o["after"].toInt(), 2048);
+    EXPECT_EQ(o["afterRollback"].toInt(), 0);
+    EXPECT_EQ(o["eventsDuringRollback"].toInt(), 0);
+    EXPECT_EQ(o["events"].toArray().size(), 2);
+}
+
+TEST(Tool, VersionShowsTheIdentityAndTheSettingsFilesOfThisMachine) {
+    QTemporaryDir home;
+    ASSERT_TRUE(home.isValid());
+    Result r = mirel({"version", "--json"}, home.path());
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    QJsonObject o = parseJson(r);
+    EXPECT_EQ(o["version"].toString(), "4.0.1563");
+    EXPECT_EQ(o["versionTag"].toString(), "beta");
+    EXPECT_EQ(o["company"].toString(), "Vantor");
+    EXPECT_EQ(o["commonSettingsRegistryPath"].toString(), "Software/Vantor/VMCommonSettings");
+    EXPECT_EQ(o["idsByType"].toObject()["4"].toString(), "mv_nv");
+    const QString appName = o["appSettingsRegistryPath"].toString().section('/', -1);
+    QJsonObject files = o["settingsFiles"].toObject();
+    EXPECT_EQ(files["userCommon"].toString(), home.path() + "/Vantor/VMCommonSettings.conf");
+    EXPECT_EQ(files["userApp"].toString(), home.path() + "/Vantor/" + appName + ".conf");
+    EXPECT_TRUE(files["globalApp"].toString().endsWith("/Vantor/" + appName + ".conf"));
+    EXPECT_FALSE(files["globalCommon"].toString().startsWith(home.path()));
+    EXPECT_TRUE(QDir(home.path()).isEmpty()) << "showing the paths must not write anything";
+
+    const int type = o["appType"].toInt();
+    QJsonObject to5 = parseJson(mirel({"version", "--set-type", "5", "--json"}, home.path()))["setType"].toObject();
+    QJsonObject to3 = parseJson(mirel({"version", "--set-type", "3", "--json"}, home.path()))["setType"].toObject();
+    EXPECT_EQ(to5["from"].toInt(), type);
+    if (type == 2) {
+        EXPECT_TRUE(to5["taken"].toBool()) << "2 and 5 share group 2";
+        EXPECT_FALSE(to3["taken"].toBool()) << "3 is in group 255";
+    }
+}
+
 TEST(Tool, SysinfoAndTourSpeakJson) {
     QJsonObject info = parseJson(mirel({"sysinfo", "--json"}));
     EXPECT_GE(info["processors"].toInt(), 1);
 
-    Result tour = mirel({"tour", "--json"});
+    QTemporaryDir home;  // the tour opens the settings store
+    ASSERT_TRUE(home.isValid());
+    Result tour = mirel({"tour", "--json"}, home.path());
     ASSERT_EQ(tour.status, 0) << tour.err.toStdString();
     QJsonArray steps = parseJson(tour)["tour"].toArray();
     ASSERT_GE(steps.size(), 2);

@@ -1,0 +1,29 @@
+#include "base/version/versionoptions.h"
+
+#include <gtest/gtest.h>
+
+namespace mirel {
+namespace {
+
+TEST(VersionOptions, TheLibraryHoldsOneVersionGroupWithItsKeysInOrder) {
+    SettingGroup* g = SettingGroup::getGroup("Version");
+    ASSERT_NE(g, nullptr) << "made by the library's static initialiser";
+    EXPECT_NE(dynamic_cast<VersionOptions*>(g), nullptr);
+    struct Key {
+        const char* name;
+        unsigned int type;
+    };
+    const Key keys[] = {{"appName", 4}, {"appVersion", 4}, {"osName", 4}, {"osMajor", 1},
+                        {"osMinor", 1}, {"osBuild", 1},    {"osPatch", 1}, {"ramSize", 1}};
+    ASSERT_EQ(g->getSettingCount(), 8);
+    for (int i = 0; i < 8; ++i) {
+        Setting* s = g->getSetting(i);
+        EXPECT_EQ(s->getName(), keys[i].name);
+        EXPECT_EQ(s->getType(), keys[i].type) << keys[i].name;
+        EXPECT_EQ(s->toString(), keys[i].type == 1 ? "0" : "") << keys[i].name;
+        EXPECT_EQ(s->getGroup(), g);
+    }
+}
+
+}  // namespace
+}  // namespace mirel
