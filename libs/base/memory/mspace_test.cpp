@@ -489,13 +489,19 @@ TEST_F(Mspace, WhollyFreeSegmentsAreReleased) {
 }
 
 TEST_F(Mspace, AVictimFillingAFreeSegmentIsReleasedWithIt) {
-    // Just room for the space's state: what is left of it is too small for the request below.
-    alignas(16) static char region[1100];
+    // Just room for the space's state, so that what is left of the region is too small for
+    // the request below.
+    alignas(16) static char region[8192];
+    unsigned long size = 64;
+    mspace probe;
+    while ((probe = create_mspace_with_base(region, size, 0)) == nullptr) size += 16;
+    destroy_mspace(probe);
+    size += 128;
     Recorder rec;
     rec.placement = arena_stress::detail::Placement::Spaced;
     rec.baseRegion = reinterpret_cast<std::uintptr_t>(region);
-    rec.baseRegionSize = sizeof region;
-    mspace m = create_mspace_with_base(region, sizeof region, 0);
+    rec.baseRegionSize = size;
+    mspace m = create_mspace_with_base(region, size, 0);
     mspace_hooks h = rec.hooks();
     mspace_set_hooks(m, &h);
     mspace_mallopt(-1, -1);
@@ -530,10 +536,11 @@ TEST_F(Mspace, MappingsThatTouchMergeIntoOneSegment) {
         sound(m, &r);
         // Every mapping that touched the previous one merged with it, but none went in
         // front of the space's own state: the first descending one starts a new segment.
+        // (One that missed its place may still land next to a segment and merge.)
         unsigned long apart = rec.segmentCalls - rec.adjacent;
-        unsigned long expected = 1 + apart + (placement == Placement::Descending ? 1 : 0);
+        unsigned long most = 1 + apart + (placement == Placement::Descending ? 1 : 0);
         EXPECT_GE(rec.adjacent, rec.segmentCalls / 2);  // the placement did happen
-        EXPECT_EQ(r.segments, expected);
+        EXPECT_LE(r.segments, most);
         EXPECT_EQ(r.segment_bytes, rec.held.bytes());
         for (void* b : blocks) mspace_free(m, b);
         sound(m);
@@ -701,6 +708,11 @@ TEST_F(MspaceDeathTest, ReadOfAFreedBlockIsReported) {
     p[0] = 1;
     mspace_free(m, const_cast<char*>(p));
     EXPECT_DEATH(static_cast<void>(p[0]), "use-after-poison");
+    // The old place of a block that realloc moved counts as freed, too.
+    auto* q = static_cast<char*>(mspace_malloc(m, 100));
+    mspace_malloc(m, 100);  // right after q: the realloc below cannot grow in place
+    ASSERT_NE(mspace_realloc(m, q, 5000), q);
+    EXPECT_DEATH(static_cast<void>(*static_cast<volatile char*>(q)), "use-after-poison");
     destroy_mspace(m);
 }
 
