@@ -1527,7 +1527,7 @@ ARENA_CODE void mspace_free(mspace msp, void* mem) {
             m.top = p;
             size_t ts = topSize(m);
             p->head = ts | kPrevInUse;
-            if (!m.trimPaused && ts > gParams.trimThreshold.load(std::memory_order_relaxed))
+            if (ts > gParams.trimThreshold.load(std::memory_order_relaxed) && !m.trimPaused)
                 return autoTrim(m);
             return;
         }
