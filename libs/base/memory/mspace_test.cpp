@@ -154,39 +154,10 @@ TEST_F(Mspace, CaCreationStoresHooksAndContextButKeepsDefaultUnmapping) {
 
 // Blocks ------------------------------------------------------------------------------------
 
-TEST_F(Mspace, BlocksAreAlignedDistinctAndKeepTheirContents) {
-    mspace m = create_mspace(0, 0);
-    std::mt19937 rng(5);
-    std::vector<std::pair<unsigned char*, std::size_t>> blocks;
-    for (int i = 0; i < 2000; ++i) {
-        std::size_t n = rng() % 3000;
-        auto* p = static_cast<unsigned char*>(mspace_malloc(m, n));
-        ASSERT_NE(p, nullptr);
-        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
-        std::memset(p, i & 0xFF, n);
-        blocks.emplace_back(p, n);
-        if (rng() % 3 == 0) {
-            std::size_t k = rng() % blocks.size();
-            mspace_free(m, blocks[k].first);
-            blocks[k] = blocks.back();
-            blocks.pop_back();
-        }
-    }
-    for (auto& [p, n] : blocks) {
-        for (std::size_t j = 0; j < n; ++j) ASSERT_EQ(p[j], p[0]) << "block overwritten";
-    }
-    void* zero1 = mspace_malloc(m, 0);
-    void* zero2 = mspace_malloc(m, 0);
-    EXPECT_NE(zero1, nullptr);
-    EXPECT_NE(zero1, zero2);
-    mspace_free(m, nullptr);  // does nothing
-    sound(m);
-    destroy_mspace(m);
-}
-
 TEST_F(Mspace, ReallocKeepsContentsAndGrowsInPlaceWhenItCan) {
     mspace m = create_mspace(0, 0);
-    EXPECT_EQ(mspace_realloc(m, nullptr, 0) != nullptr, true);  // realloc(null) allocates
+    EXPECT_NE(mspace_realloc(m, nullptr, 0), nullptr);  // realloc(null) allocates
+    mspace_free(m, nullptr);                           // and free(null) does nothing
     auto* a = static_cast<char*>(mspace_malloc(m, 400));
     auto* b = static_cast<char*>(mspace_malloc(m, 400));
     auto* guard = mspace_malloc(m, 16);
@@ -230,17 +201,6 @@ TEST_F(Mspace, ResizingInPlaceKeepsAFreePredecessorMergeable) {
         sound(m);
         destroy_mspace(m);
     }
-}
-
-TEST_F(Mspace, CallocZeroesRecycledMemory) {
-    mspace m = create_mspace(0, 0);
-    void* p = mspace_malloc(m, 5000);
-    std::memset(p, 0xFF, 5000);
-    mspace_free(m, p);
-    auto* q = static_cast<unsigned char*>(mspace_calloc(m, 50, 100));
-    ASSERT_NE(q, nullptr);
-    for (int i = 0; i < 5000; ++i) ASSERT_EQ(q[i], 0) << i;
-    destroy_mspace(m);
 }
 
 TEST_F(Mspace, MemalignHonoursEveryPowerOfTwoAndRoundsOthersUp) {
