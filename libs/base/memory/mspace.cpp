@@ -51,9 +51,15 @@ constexpr size_t kAlignMask = kAlignment - 1;
 constexpr size_t kHeader = 2 * kWord;   // chunk start to user block
 constexpr size_t kOverhead = kWord;     // what an in-use chunk adds to its block
 constexpr size_t kMinChunk = 32;
-constexpr size_t kMinLarge = 256;       // smallest chunk kept in a tree bin
-constexpr uint32_t kSmallBinCount = kMinLarge >> 4;
+// 32 small bins, one per chunk size: chunk sizes here are multiples of 16, so the bins are
+// 16 bytes apart and reach up to 496; larger chunks go to the tree bins.
+constexpr uint32_t kSmallBinCount = 32;
+constexpr size_t kMinLarge = size_t{kSmallBinCount} << 4;
 constexpr uint32_t kTreeBinCount = 32;
+constexpr unsigned kTreeShift = 9;      // log2(kMinLarge)
+// A mapped block is kept in place by realloc only for requests that are not small, that
+// is of 256 bytes or more.
+constexpr size_t kMapKeepMinimum = 256;
 // Far beyond any mapping the machine can make, and low enough that no size computation
 // below can wrap.
 constexpr size_t kMaxRequest = size_t{1} << 62;
@@ -106,7 +112,9 @@ struct Space {
     uint32_t smallMap;
     uint32_t treeMap;
     size_t dvSize;
-    size_t topSize;
+    // The record chunk right after the top. Keeping the top's end rather than its size
+    // means that allocating from the top and freeing back into it only move `top`.
+    Chunk* topEnd;
     char* leastAddr;
     Chunk* dv;
     Chunk* top;
@@ -232,7 +240,10 @@ ARENA_CODE Segment* writeTail(const Segment& rec, bool prevUsed) {
     return s;
 }
 
-ARENA_CODE inline Segment* topSegment(Space& m) { return recordOf(plus(m.top, m.topSize)); }
+ARENA_CODE inline size_t topSize(const Space& m) {
+    return static_cast<size_t>(addr(m.topEnd) - addr(m.top));
+}
+ARENA_CODE inline Segment* topSegment(Space& m) { return recordOf(m.topEnd); }
 
 // Points whoever referred to `from` (the list head or a predecessor) at `to`.
 ARENA_CODE void relink(Space& m, Segment* from, Segment* to) {
@@ -289,21 +300,21 @@ ARENA_CODE inline Chunk* takeFirstSmall(Space& m, uint32_t i) {
 }
 
 // ---- tree bins ----------------------------------------------------------------------------
-// Two bins per power of two: bin 0 holds 256..383, bin 1 384..511, bin 2 512..767, and so
-// on; bin 31 holds everything from 12 MiB up.
+// Two bins per power of two: bin 0 holds 512..767, bin 1 768..1023, bin 2 1024..1535, and
+// so on; bin 31 holds everything from 24 MiB up.
 // Inside a bin, chunks form a trie on the size bits below the bin's two leading bits;
 // a node may hold any size of its subtree, and equal sizes share one ring.
 
 ARENA_CODE inline uint32_t treeIndex(size_t s) {
-    size_t x = s >> 8;
+    size_t x = s >> kTreeShift;
     if (x == 0) return 0;
     if (x > 0xFFFF) return kTreeBinCount - 1;
     uint32_t k = static_cast<uint32_t>(std::bit_width(x)) - 1;
-    return (k << 1) + static_cast<uint32_t>((s >> (k + 7)) & 1);
+    return (k << 1) + static_cast<uint32_t>((s >> (k + kTreeShift - 1)) & 1);
 }
 // The first size bit that steers a search in bin i.
 ARENA_CODE constexpr unsigned trieTopBit(uint32_t i) {
-    return i == kTreeBinCount - 1 ? 63 : (i >> 1) + 6;
+    return i == kTreeBinCount - 1 ? 63 : (i >> 1) + kTreeShift - 2;
 }
 
 ARENA_CODE inline TreeChunk* asTree(Chunk* p) { return static_cast<TreeChunk*>(p); }
@@ -419,6 +430,14 @@ ARENA_CODE inline void replaceDv(Space& m, Chunk* r, size_t s) {
     m.dvSize = s;
 }
 
+// Takes a chunk of best's size out of its bin. A ring member goes without touching the
+// trie, and it is the most recently freed of its size.
+ARENA_CODE inline TreeChunk* takeTreeChunk(Space& m, TreeChunk* best) {
+    TreeChunk* victim = best->fd != best ? asTree(best->fd) : best;
+    unlinkLarge(m, victim);
+    return victim;
+}
+
 // Smallest chunk of the smallest non-empty tree bin, for a small request.
 ARENA_CODE void* smallFromTree(Space& m, size_t nb) {
     uint32_t i = static_cast<uint32_t>(std::countr_zero(m.treeMap));
@@ -432,7 +451,7 @@ ARENA_CODE void* smallFromTree(Space& m, size_t nb) {
             best = t;
         }
     }
-    unlinkLarge(m, best);
+    best = takeTreeChunk(m, best);
     if (rem < kMinChunk) {
         setInUse(best, rem + nb);
     } else {
@@ -484,7 +503,7 @@ ARENA_CODE void* largeFromTree(Space& m, size_t nb) {
         }
     }
     if (best == nullptr || rem >= m.dvSize - nb) return nullptr;
-    unlinkLarge(m, best);
+    best = takeTreeChunk(m, best);
     if (rem < kMinChunk) {
         setInUse(best, rem + nb);
     } else {
@@ -535,6 +554,7 @@ ARENA_CODE void unmapLarge(Space& m, Chunk* p) {
 
 ARENA_CODE size_t releaseFreeSegments(Space& m);
 ARENA_CODE bool trimTop(Space& m, size_t pad);
+[[gnu::noinline]] ARENA_CODE void autoTrim(Space& m);
 
 // Merges a chunk that has just stopped being in use with its free neighbours and files it.
 ARENA_CODE void releaseChunk(Space& m, Chunk* p, bool mayTrim) {
@@ -557,17 +577,15 @@ ARENA_CODE void releaseChunk(Space& m, Chunk* p, bool mayTrim) {
     if (next <= p || !prevInUse(next)) fail();
     if (!inUse(next)) {
         if (next == m.top) {
-            m.topSize += size;
             m.top = p;
-            p->head = m.topSize | kPrevInUse;
+            p->head = topSize(m) | kPrevInUse;
             if (p == m.dv) {
                 m.dv = nullptr;
                 m.dvSize = 0;
             }
             if (mayTrim && !m.trimPaused &&
-                m.topSize > gParams.trimThreshold.load(std::memory_order_relaxed)) {
-                if (!trimTop(m, 0)) m.trimPaused = true;
-            }
+                topSize(m) > gParams.trimThreshold.load(std::memory_order_relaxed))
+                autoTrim(m);
             return;
         }
         if (next == m.dv) {
@@ -611,8 +629,8 @@ ARENA_CODE void appendToTopSegment(Space& m, Segment* seg, size_t len) {
     rec.size += len;
     Segment* moved = writeTail(rec, false);
     relink(m, seg, moved);
-    m.topSize += len;
-    m.top->head = m.topSize | kPrevInUse;
+    m.topEnd = tailOf(moved);
+    m.top->head = topSize(m) | kPrevInUse;
 }
 
 // The new mapping ends where `seg` begins: it becomes the segment's first chunk.
@@ -625,8 +643,7 @@ ARENA_CODE void prependToSegment(Space& m, Segment* seg, char* base, size_t len)
     if (!inUse(oldFirst)) {
         if (oldFirst == m.top) {
             m.top = q;
-            m.topSize += qs;
-            q->head = m.topSize | kPrevInUse;
+            q->head = topSize(m) | kPrevInUse;
             return;
         }
         if (oldFirst == m.dv) {
@@ -648,13 +665,14 @@ ARENA_CODE void prependToSegment(Space& m, Segment* seg, char* base, size_t len)
 
 // A mapping next to nothing of ours: a segment of its own, which takes over as top.
 ARENA_CODE void addSegment(Space& m, char* base, size_t len) {
-    setFree(m.top, m.topSize);
-    insertChunk(m, m.top, m.topSize);
+    size_t oldTopSize = topSize(m);
+    setFree(m.top, oldTopSize);
+    insertChunk(m, m.top, oldTopSize);
     Segment* rec = writeTail(Segment{base, len, m.segments, kSegMapped}, false);
     m.segments = rec;
     m.top = reinterpret_cast<Chunk*>(base);
-    m.topSize = len - kTailSize;
-    m.top->head = m.topSize | kPrevInUse;
+    m.topEnd = tailOf(rec);
+    m.top->head = topSize(m) | kPrevInUse;
 }
 
 // Maps a segment big enough for a chunk of nb bytes; false when the hook cannot.
@@ -740,20 +758,19 @@ ARENA_CODE inline void* fromFreeChunks(Space& m, size_t nb) {
     }
     // The top always keeps room for a chunk, so that it can be binned when a new segment
     // takes over.
-    if (nb + kMinChunk <= m.topSize) {
+    size_t ts = topSize(m);
+    if (nb + kMinChunk <= ts) {
         Chunk* p = m.top;
-        m.topSize -= nb;
         m.top = plus(p, nb);
-        m.top->head = m.topSize | kPrevInUse;
+        m.top->head = (ts - nb) | kPrevInUse;
         setInUseHead(p, nb);
         return toMem(p);
     }
     return nullptr;
 }
 
-ARENA_CODE inline void* allocate(Space& m, size_t bytes, bool mayMap) {
-    if (bytes > kMaxRequest) return nullptr;
-    size_t nb = requestSize(bytes);
+// Everything but the commonest small cases: mapping by itself, trees, growth.
+[[gnu::noinline]] ARENA_CODE void* allocateSlow(Space& m, size_t nb, bool mayMap) {
     // Checked before the free chunks, so that every request at or above the threshold is
     // mapped by itself, as the threshold promises.
     if (nb >= gParams.mmapThreshold.load(std::memory_order_relaxed) && mayMap &&
@@ -765,23 +782,70 @@ ARENA_CODE inline void* allocate(Space& m, size_t bytes, bool mayMap) {
     return fromFreeChunks(m, nb);
 }
 
+ARENA_CODE inline void* allocate(Space& m, size_t bytes, bool mayMap) {
+    if (bytes <= kMaxSmallRequest) {
+        // The three cases that need nothing but a bin, the victim or the top, in the order
+        // fromFreeChunks tries them.
+        size_t nb = requestSize(bytes);
+        uint32_t idx = smallIndex(nb);
+        uint32_t bits = m.smallMap >> idx;
+        if (nb < gParams.mmapThreshold.load(std::memory_order_relaxed)) {
+            if ((m.smallMap | m.treeMap | m.dvSize) == 0 && nb + kMinChunk <= topSize(m)) {
+                Chunk* p = m.top;  // nothing but the top to take from
+                m.top = plus(p, nb);
+                m.top->head = topSize(m) | kPrevInUse;
+                setInUseHead(p, nb);
+                return toMem(p);
+            }
+            if ((bits & 3u) != 0) {
+                idx += ~bits & 1u;
+                Chunk* p = takeFirstSmall(m, idx);
+                setInUse(p, size_t{idx} << 4);
+                return toMem(p);
+            }
+            if (nb <= m.dvSize) {
+                Chunk* p = m.dv;
+                size_t rem = m.dvSize - nb;
+                if (rem >= kMinChunk) {
+                    Chunk* r = plus(p, nb);
+                    m.dv = r;
+                    m.dvSize = rem;
+                    setFree(r, rem);
+                    setInUseHead(p, nb);
+                    return toMem(p);
+                }
+            } else if (bits == 0 && m.treeMap == 0 && nb + kMinChunk <= topSize(m)) {
+                Chunk* p = m.top;
+                m.top = plus(p, nb);
+                m.top->head = topSize(m) | kPrevInUse;
+                setInUseHead(p, nb);
+                return toMem(p);
+            }
+        }
+        return allocateSlow(m, nb, mayMap);
+    }
+    if (bytes > kMaxRequest) return nullptr;
+    return allocateSlow(m, padRequest(bytes), mayMap);
+}
+
 ARENA_CODE bool trimTop(Space& m, size_t pad) {
     size_t released = 0;
     if (pad < kMaxRequest) {
         Segment* seg = topSegment(m);
         size_t gran = granularity();
         size_t keep = pad + kMinChunk;
-        if (releasable(seg) && m.topSize > keep) {
-            size_t extra = (m.topSize - keep) / gran * gran;
+        if (releasable(seg) && topSize(m) > keep) {
+            size_t extra = (topSize(m) - keep) / gran * gran;
             if (extra != 0) {
                 Segment rec = *seg;
                 char* cut = segmentEnd(rec) - extra;
                 unpoison(cut, extra);
                 if (m.hooks.munmap_func(cut, extra, m.hooks.context) == 0) {
                     rec.size -= extra;
-                    relink(m, seg, writeTail(rec, false));
-                    m.topSize -= extra;
-                    m.top->head = m.topSize | kPrevInUse;
+                    Segment* moved = writeTail(rec, false);
+                    relink(m, seg, moved);
+                    m.topEnd = tailOf(moved);
+                    m.top->head = topSize(m) | kPrevInUse;
                     m.footprint -= extra;
                     released += extra;
                 } else {
@@ -847,6 +911,17 @@ ARENA_CODE inline Chunk* checkedBlock(Space& m, void* mem) {
     return p;
 }
 
+// The free path's slow ends, kept out of line so that the common path needs no stack frame.
+[[gnu::noinline]] ARENA_CODE void autoTrim(Space& m) {
+    if (!trimTop(m, 0)) m.trimPaused = true;
+}
+
+ARENA_CODE void freeBlock(Space& m, Chunk* p);
+
+[[gnu::noinline]] ARENA_CODE void freeUnusual(Space& m, void* mem) {
+    freeBlock(m, checkedBlock(m, mem));
+}
+
 ARENA_CODE void freeBlock(Space& m, Chunk* p) {
     if (isMapped(p)) {
         unmapLarge(m, p);
@@ -862,7 +937,7 @@ ARENA_CODE bool resizeInPlace(Space& m, Chunk* p, size_t nb) {
     if (isMapped(p)) {
         // No remapping: a mapped block stays only where the mapping already fits the new
         // size and would not waste more than two granularity units.
-        return nb >= kMinLarge && old >= nb + kWord && old - nb <= 2 * granularity();
+        return nb >= kMapKeepMinimum && old >= nb + kWord && old - nb <= 2 * granularity();
     }
     Chunk* next = plus(p, old);
     if (next <= p || !prevInUse(next)) fail();
@@ -877,11 +952,10 @@ ARENA_CODE bool resizeInPlace(Space& m, Chunk* p, size_t nb) {
         return true;
     }
     if (next == m.top) {
-        if (old + m.topSize < nb + kMinChunk) return false;
-        size_t newTop = old + m.topSize - nb;
+        if (old + topSize(m) < nb + kMinChunk) return false;
+        size_t newTop = old + topSize(m) - nb;
         keepPrevHead(p, nb);
         m.top = plus(p, nb);
-        m.topSize = newTop;
         m.top->head = newTop | kPrevInUse;
         return true;
     }
@@ -1058,8 +1132,8 @@ ARENA_CODE Space* buildSpace(char* base, size_t size, uint32_t segFlags) {
     Segment* rec = writeTail(Segment{base, size, nullptr, segFlags}, false);
     m->segments = rec;
     m->top = plus(sc, kStateChunk);
-    m->topSize = static_cast<size_t>(addr(tailOf(rec)) - addr(m->top));
-    m->top->head = m->topSize | kPrevInUse;
+    m->topEnd = tailOf(rec);
+    m->top->head = topSize(*m) | kPrevInUse;
     m->footprint = m->maxFootprint = size;
     poison(base, size);
     return m;
@@ -1210,7 +1284,8 @@ ARENA_CODE bool Checker::walkSegment(Segment* s, bool collect) {
             if (prevFree) return problem("two free chunks side by side", p);
             if (p == m_.top) {
                 if (next != tail) return problem("top is not the last chunk of its segment", p);
-                if (size != m_.topSize) return problem("top size disagrees with its header", p);
+                if (size != topSize(m_) || tail != m_.topEnd)
+                    return problem("top size disagrees with its header", p);
                 if (!collect) topSeen_ = true;
             } else {
                 if (next->prevFoot != size) return problem("free chunk with a bad footer", p);
@@ -1304,7 +1379,7 @@ ARENA_CODE bool Checker::run() {
     for (Segment* s = m_.segments; s != nullptr; s = s->next)
         if (!walkSegment(s, false)) return false;
     if (!topSeen_) return problem("top is not a chunk of any segment", m_.top);
-    if (m_.topSize < kMinChunk) return problem("top smaller than a chunk", m_.top);
+    if (topSize(m_) < kMinChunk) return problem("top smaller than a chunk", m_.top);
     if (m_.dvSize != 0 && !dvSeen_) return problem("victim is not a chunk of any segment", m_.dv);
     if (m_.dvSize == 0 && m_.dv != nullptr) return problem("empty victim still set", m_.dv);
 
@@ -1436,8 +1511,34 @@ ARENA_CODE void* mspace_malloc(mspace msp, unsigned long bytes) {
 ARENA_CODE void mspace_free(mspace msp, void* mem) {
     if (mem == nullptr) return;
     Space& m = spaceOf(msp);
-    Chunk* p = checkedBlock(m, mem);
-    freeBlock(m, p);
+    Chunk* p = fromMem(mem);
+    size_t head = p->head;
+    if ((reinterpret_cast<uintptr_t>(mem) & kAlignMask) != 0 || addr(p) < m.leastAddr ||
+        (head & (kInUse | kMapped | kSegmentTail)) != kInUse || p == fromMem(&m))
+        return freeUnusual(m, mem);  // mapped by itself, or not a block at all
+    poison(mem, usable(p));
+    // The commonest ends of a free need no merging with the bins: the block meets the
+    // top, or both its neighbours are in use.
+    size_t size = head & ~kFlagBits;
+    Chunk* next = plus(p, size);
+    size_t nextHead = next->head;
+    if ((head & kPrevInUse) != 0 && (nextHead & kPrevInUse) != 0 && next > p) {
+        if (next == m.top) {
+            m.top = p;
+            size_t ts = topSize(m);
+            p->head = ts | kPrevInUse;
+            if (ts > gParams.trimThreshold.load(std::memory_order_relaxed) && !m.trimPaused)
+                return autoTrim(m);
+            return;
+        }
+        if ((nextHead & kInUse) != 0 && size < kMinLarge) {
+            next->head = nextHead & ~kPrevInUse;
+            setFree(p, size);
+            insertSmall(m, p, size);
+            return;
+        }
+    }
+    releaseChunk(m, p, true);
 }
 
 ARENA_CODE void* mspace_calloc(mspace msp, unsigned long n_elements, unsigned long elem_size) {
@@ -1524,7 +1625,7 @@ ARENA_CODE struct mallinfo mspace_mallinfo(mspace msp) {
     info.usmblks = m.maxFootprint;
     info.uordblks = m.footprint - u.freeBytes;
     info.fordblks = u.freeBytes;
-    info.keepcost = m.topSize;
+    info.keepcost = topSize(m);
     return info;
 }
 

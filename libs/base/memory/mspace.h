@@ -20,9 +20,11 @@ namespace mirel {
 // An opaque handle to a space; null is never a valid space.
 using mspace = void*;
 
-// Hook signatures. A mapping hook returns the failure value (all bits set, as mmap does)
-// when it cannot map; an unmapping hook returns 0 on success. Every hook receives the
-// context stored with the space.
+// Hook signatures. A mapping hook returns memory aligned to at least 16 bytes (whole pages,
+// as mmap gives), or the failure value (all bits set, as mmap returns) when it cannot map;
+// the space gives a misaligned result straight back and treats it as a failure. An
+// unmapping hook returns 0 on success. Every hook receives the context stored with the
+// space.
 using mspace_map_func = void* (*)(unsigned long size, void* context);
 using mspace_unmap_func = int (*)(void* base, unsigned long size, void* context);
 using mspace_break_func = void* (*)(int increment, void* context);
