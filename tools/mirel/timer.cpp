@@ -126,6 +126,7 @@ void runTimer(Output& out, long interval, long count, bool singleShot, long roun
                       .arg(firings)
                       .arg(firings == 1 ? "" : "s")
                       .arg(timer.isActive() ? "no" : "yes");
+    if (roundTrips == 0) return;
     out.text() << QStringLiteral("Timer::execute(m, true) from a worker thread, %1 times: "
                                  "%2 us per round trip, ran on the event-loop thread: %3\n")
                       .arg(roundTrips)
