@@ -257,6 +257,7 @@ TEST(Tool, WorkersRunExactRoundsWithoutOverlapAndRefuseASecondStart) {
     EXPECT_EQ(o["overlaps"].toDouble(), 0.0);
     EXPECT_EQ(o["startStatus"].toString(), "0x00000000");
     EXPECT_EQ(o["secondStartStatus"].toString(), "0xC0000002");
+    EXPECT_EQ(o["secondStartMessage"].toString(), "Cache node not valid");
     EXPECT_EQ(o["liveAfterExit"].toDouble(), 0.0);
     EXPECT_GT(o["roundsPerSecond"].toDouble(), 0.0);
 }

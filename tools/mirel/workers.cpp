@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "base/status/statuscode.h"
+#include "base/status/statussubsys.h"
 #include "base/threads/asyncthread.h"
 #include "base/threads/semaphore.h"
 #include "command.h"
@@ -64,6 +65,7 @@ void runGroup(Output& out, long threads, long rounds, long idleWait, bool useRea
         {"overlaps", static_cast<double>(handler.overlaps.load())},
         {"startStatus", statusWord(first)},
         {"secondStartStatus", statusWord(second)},
+        {"secondStartMessage", StatusGetErrorString(second)},
         {"liveAfterExit", static_cast<double>(live)},
     };
     if (out.json()) return;
@@ -78,8 +80,8 @@ void runGroup(Output& out, long threads, long rounds, long idleWait, bool useRea
              .arg(calls)
              .arg(threads)
              .arg(handler.overlaps.load());
-    t << QStringLiteral("  startThreads(): %1, again: %2; live workers after exitThreads(): %3\n")
-             .arg(statusWord(first), statusWord(second))
+    t << QStringLiteral("  startThreads(): %1, again: %2 (%3); live workers after exitThreads(): %4\n")
+             .arg(statusWord(first), statusWord(second), StatusGetErrorString(second))
              .arg(live);
 }
 

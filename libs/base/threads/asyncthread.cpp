@@ -10,7 +10,8 @@ namespace mirel {
 
 namespace {
 constexpr unsigned int kWaitForever = 0xFFFFFFFFu;
-constexpr StatusCode kAlreadyStarted = 0xC0000002u;
+// A double start is reported with this word on purpose, although its text speaks of a cache.
+constexpr StatusCode kAlreadyStarted = status::kCacheNodeNotValid;
 }  // namespace
 
 AsyncThreadHandler::~AsyncThreadHandler() = default;
