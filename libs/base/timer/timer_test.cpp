@@ -119,22 +119,6 @@ TEST(TimerObservers, RemovingDuringFireSkipsTheNextOneInThatFiringOnly) {
     EXPECT_EQ(log, "CD");
 }
 
-// Whether an observer is already there is asked through the virtual hasObserver(), so a
-// subclass decides what counts as a duplicate.
-TEST(TimerObservers, AddAsksTheOverridableHasObserver) {
-    struct Permissive : Timer {
-        bool hasObserver(const IObserver&) const override { return false; }
-    };
-    RecordingManager manager;
-    Permissive timer;
-    std::string log;
-    NamedObserver a('A', log);
-    EXPECT_TRUE(timer.addObserver(a));
-    EXPECT_TRUE(timer.addObserver(a));
-    timer.fire();
-    EXPECT_EQ(log, "AA");
-}
-
 // Peers -----------------------------------------------------------------------------------
 
 TEST(TimerPeer, OperationsAreForwardedUnchanged) {
