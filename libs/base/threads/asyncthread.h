@@ -75,6 +75,8 @@ public:
     AsyncThread(const AsyncThread&) = delete;
     AsyncThread& operator=(const AsyncThread&) = delete;
 
+    // The group's state, open to inspection. The owner sets idleWaitTries and may read
+    // liveCount (with an atomic load); everything else belongs to the group.
     AsyncThreadHandler* handler;
     std::atomic<std::int32_t> exiting{0};   // set while exitThreads() waits for the workers
     std::atomic<std::int32_t> started{0};   // set by startThreads(); never cleared

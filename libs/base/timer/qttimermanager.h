@@ -5,10 +5,11 @@
 //
 //   mirel::QtTimerManager timerManager;
 //
-// Peers are QTimers (interval in milliseconds, single shot when asked). Methods handed over
-// from other threads run on the event-loop thread as posted events; execute(m, true) from
-// another thread blocks until `m` has run there, so the loop must be running (or about to
-// run) and must not itself be waiting for the caller. On the event-loop thread execute()
+// Peers are precise QTimers (interval in milliseconds, single shot when asked; a coarse timer
+// could fire up to 5% early). Make and use Timers on the event-loop thread. Methods handed
+// over from other threads run on the event-loop thread as posted events; execute(m, true)
+// from another thread blocks until `m` has run there, so the loop must be running (or about
+// to run) and must not itself be waiting for the caller. On the event-loop thread execute()
 // runs the method at once. executeAsync() always posts and returns.
 #pragma once
 
