@@ -44,6 +44,9 @@ struct Command {
     std::function<int(const QCommandLineParser&, Output&)> run;
     // Whether the command takes positional arguments; stray ones are refused otherwise.
     bool positional = false;
+    // Whether the command shows widgets: main() then makes a QApplication instead of a
+    // QCoreApplication, on the offscreen platform when there is no display.
+    bool widgets = false;
 };
 
 // One step of `mirel tour`: shows one service working on built-in data. Steps run in

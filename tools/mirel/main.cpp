@@ -1,10 +1,12 @@
 // mirel: the library's services in a terminal.
+#include <QApplication>
 #include <QCoreApplication>
 #include <QJsonDocument>
 #include <QRegularExpression>
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 
 #include "command.h"
 
@@ -51,6 +53,22 @@ QString usage() {
     for (const Command& c : list) text += QStringLiteral("  %1  %2\n").arg(c.name, -10).arg(c.summary);
     text += QStringLiteral("\nRun 'mirel <command> --help' for a command's options.\n");
     return text;
+}
+
+// The offscreen platform and a missing XDG_RUNTIME_DIR are normal for a terminal tool;
+// Qt's notes about them would only look like errors.
+QtMessageHandler sNextHandler = nullptr;
+
+void quietOffscreenNotes(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (type == QtWarningMsg && (message.contains("does not support propagateSizeHints") ||
+                                 message.startsWith("QStandardPaths: XDG_RUNTIME_DIR"))) {
+        return;
+    }
+    if (sNextHandler != nullptr) {
+        sNextHandler(type, context, message);
+    } else {
+        std::fprintf(stderr, "%s\n", qPrintable(message));
+    }
 }
 
 const Command* find(const QString& name) {
@@ -107,7 +125,20 @@ int runCommand(const Command& command, const QStringList& args) {
 
 int main(int argc, char** argv) {
     using namespace mirel::tool;
-    QCoreApplication app(argc, argv);
+    // The command decides the application object, so it is looked up before one exists.
+    const Command* early = argc >= 2 ? find(QString::fromLocal8Bit(argv[1])) : nullptr;
+    std::unique_ptr<QCoreApplication> app;
+    if (early != nullptr && early->widgets) {
+        // Over ssh or in CI there is no display; a box on the offscreen platform still works.
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
+            qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        }
+        sNextHandler = qInstallMessageHandler(quietOffscreenNotes);
+        app = std::make_unique<QApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     QCoreApplication::setApplicationName("mirel");
     QCoreApplication::setApplicationVersion(MIREL_TOOL_VERSION);
 

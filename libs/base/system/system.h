@@ -107,6 +107,16 @@ public:
     // production use.
     static void shiftTimeForTesting(double seconds);
 
+    // Message boxes -----------------------------------------------------------------------
+
+    // The kind of box AsyncMessageBox() shows: 1 is a warning, any other value information.
+    enum MessageType : std::int32_t { kMessageInformation = 0, kMessageWarning = 1 };
+
+    // Shows a message box on the event-loop thread on behalf of any thread and returns at
+    // once; the box frees itself when closed. Needs an installed Timer::Manager (without
+    // one the process ends with a message) and, to show the box, a QApplication.
+    static void AsyncMessageBox(MessageType type, const QString& title, const QString& text);
+
 private:
     System();
     ~System();

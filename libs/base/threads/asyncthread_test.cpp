@@ -1,0 +1,236 @@
+#include "base/threads/asyncthread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "base/system/system.h"
+#include "base/testing/testutil.h"
+
+namespace mirel {
+namespace {
+
+using testing::Stopwatch;
+
+constexpr StatusCode kAlreadyStarted = 0xC0000002u;
+
+// Counts calls; optionally runs a body on each.
+class CountingHandler : public AsyncThreadHandler {
+public:
+    void handleAsync() override {
+        if (body) body();
+        calls.fetch_add(1);
+    }
+    std::function<void()> body;
+    std::atomic<long> calls{0};
+};
+
+// Waits until `done()` holds, for at most `ms`.
+bool eventually(const std::function<bool()>& done, int ms = 5000) {
+    Stopwatch clock;
+    while (!done()) {
+        if (clock.elapsedMs() > ms) return false;
+        System::sleep(1);
+    }
+    return true;
+}
+
+long liveCountOf(AsyncThread& group) { return __atomic_load_n(&group.liveCount, __ATOMIC_ACQUIRE); }
+
+// Lock-step ------------------------------------------------------------------------------
+
+// Each worker numbers its own rounds. Entering round k, it must find every call of rounds
+// 1..k-1 finished, by all workers: otherwise some worker ran ahead of a slower one.
+class LockStepHandler : public AsyncThreadHandler {
+public:
+    explicit LockStepHandler(long workers) : mWorkers(workers) {}
+    void handleAsync() override {
+        thread_local long round = 0;
+        const long k = ++round;
+        if (finished.load() < (k - 1) * mWorkers) overlaps.fetch_add(1);
+        // Let the others run into this round, so an early leaver has something to overtake.
+        std::this_thread::yield();
+        finished.fetch_add(1);
+    }
+    std::atomic<long> finished{0}, overlaps{0};
+
+private:
+    long mWorkers;
+};
+
+TEST(AsyncThread, NoWorkerStartsARoundBeforeAllFinishedThePrevious) {
+    constexpr long kWorkers = 4, kRounds = 600;
+    LockStepHandler handler(kWorkers);
+    AsyncThread group(&handler, kWorkers);
+    group.idleWaitTries = 0;  // back-to-back rounds: the hardest case for the round barrier
+    ASSERT_EQ(group.startThreads(), 0u);
+    ASSERT_TRUE(eventually([&] { return handler.finished.load() >= kWorkers * kRounds; }, 60000));
+    EXPECT_EQ(group.exitThreads(), 0);
+    EXPECT_EQ(handler.overlaps, 0) << "rounds overlapped";
+    EXPECT_EQ(liveCountOf(group), 0);
+}
+
+// Start and exit ---------------------------------------------------------------------------
+
+// Idle workers here wait for ready() without limit: the first round must not depend on the
+// idle wait, and exitThreads() must wake them to leave.
+TEST(AsyncThread, StartRunsOneRoundAtOnceAndExitWakesIdleWorkers) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 3);
+    group.idleWaitTries = -1;
+    ASSERT_EQ(group.startThreads(), 0u);
+    EXPECT_EQ(liveCountOf(group), 3) << "startThreads returned before every worker was in";
+    ASSERT_TRUE(eventually([&] { return handler.calls >= 3; })) << "no first round";
+    System::sleep(100);
+    EXPECT_EQ(handler.calls, 3) << "exactly one round without a signal";
+
+    Stopwatch exitClock;
+    EXPECT_EQ(group.exitThreads(), 0);
+    EXPECT_LT(exitClock.elapsedMs(), 5000.0);
+    EXPECT_EQ(liveCountOf(group), 0);
+    EXPECT_EQ(handler.calls, 3) << "leaving must not run a round";
+}
+
+TEST(AsyncThread, AGroupStartsOnceOnly) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 2);
+    group.idleWaitTries = 10;
+    EXPECT_EQ(group.startThreads(), 0u);
+    EXPECT_EQ(group.startThreads(), kAlreadyStarted);
+    EXPECT_EQ(group.exitThreads(), 0);
+    EXPECT_EQ(group.startThreads(), kAlreadyStarted) << "restarted after exitThreads";
+    EXPECT_EQ(liveCountOf(group), 0) << "the refused start spawned workers";
+}
+
+TEST(AsyncThread, RacingStartsStartOneSetOfWorkers) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 2);
+    group.idleWaitTries = 20000;
+    std::atomic<int> zeros{0}, refused{0};
+    testing::runTogether(3, [&](int) {
+        (group.startThreads() == 0 ? zeros : refused).fetch_add(1);
+    });
+    EXPECT_EQ(zeros, 1);
+    EXPECT_EQ(refused, 2);
+    EXPECT_EQ(liveCountOf(group), 2);
+    EXPECT_EQ(group.exitThreads(), 0);
+}
+
+TEST(AsyncThread, ReadyAndExitBeforeStartDoNothing) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 2);
+    group.idleWaitTries = 0;
+    EXPECT_EQ(group.ready(), 0);
+    EXPECT_EQ(group.exitThreads(), 0);
+    System::sleep(20);
+    EXPECT_EQ(handler.calls, 0);
+    EXPECT_EQ(liveCountOf(group), 0);
+    for (std::uint32_t i = 0; i < group.threadCount; ++i) {
+        EXPECT_EQ(group.threads[i].pending, 0u) << "ready() before start queued work";
+    }
+}
+
+TEST(AsyncThread, AnEmptyGroupStartsAndExits) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 0);
+    EXPECT_EQ(group.startThreads(), 0u);
+    EXPECT_EQ(group.ready(), 0);
+    EXPECT_EQ(group.exitThreads(), 0);
+    EXPECT_EQ(handler.calls, 0);
+}
+
+TEST(AsyncThread, ExitFromAWorkerIsRefusedInsteadOfWaitingForItself) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 2);
+    group.idleWaitTries = 0;
+    std::atomic<int> fromWorker{1};
+    // The first round may run before startThreads() has marked the group started.
+    handler.body = [&] {
+        if (group.started != 0) fromWorker = group.exitThreads();
+    };
+    ASSERT_EQ(group.startThreads(), 0u);
+    ASSERT_TRUE(eventually([&] { return fromWorker != 1; }));
+    EXPECT_EQ(fromWorker, -1);
+    EXPECT_EQ(group.exitThreads(), 0);
+    EXPECT_EQ(liveCountOf(group), 0);
+}
+
+TEST(AsyncThread, DestroyingARunningGroupStopsItsWorkers) {
+    CountingHandler handler;
+    {
+        AsyncThread group(&handler, 2);
+        group.idleWaitTries = 0;
+        ASSERT_EQ(group.startThreads(), 0u);
+        ASSERT_TRUE(eventually([&] { return handler.calls >= 10; }));
+    }
+    const long after = handler.calls;
+    System::sleep(30);
+    EXPECT_EQ(handler.calls, after) << "workers still running after the group was destroyed";
+}
+
+// Idle ticks and signals ---------------------------------------------------------------------
+
+TEST(AsyncThread, IdleWorkersTickAfterTheirWaitRunsOut) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 2);
+    group.idleWaitTries = 50;  // 50 polls of 1 ms: at least 50 ms between rounds
+    Stopwatch clock;
+    ASSERT_EQ(group.startThreads(), 0u);
+    ASSERT_TRUE(eventually([&] { return handler.calls >= 2 * 4; }, 10000))
+        << "idle workers stopped ticking";
+    const double ms = clock.elapsedMs();
+    EXPECT_EQ(group.exitThreads(), 0);
+    // The first round runs at once, the three after it wait out the idle limit.
+    EXPECT_GE(ms, 3 * 45.0) << "rounds came faster than the idle wait allows";
+}
+
+TEST(AsyncThread, ReadyStartsTheNextRoundWithoutWaitingOutTheIdleLimit) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 2);
+    group.idleWaitTries = 20000;
+    ASSERT_EQ(group.startThreads(), 0u);
+    ASSERT_TRUE(eventually([&] { return handler.calls == 2; }));
+    for (int round = 2; round <= 4; ++round) {
+        Stopwatch clock;
+        EXPECT_EQ(group.ready(), 0);
+        ASSERT_TRUE(eventually([&] { return handler.calls == 2 * round; }, 5000))
+            << "round " << round << " did not follow ready()";
+        EXPECT_LT(clock.elapsedMs(), 5000.0);
+    }
+    System::sleep(50);
+    EXPECT_EQ(handler.calls, 8) << "one ready() gave more than one round";
+    EXPECT_EQ(group.exitThreads(), 0);
+}
+
+TEST(AsyncThread, SignalsBeyondTwoWhileBusyAreMerged) {
+    CountingHandler handler;
+    AsyncThread group(&handler, 2);
+    group.idleWaitTries = 20000;
+    Semaphore gate(0);
+    std::atomic<int> inFirstRound{0};
+    std::atomic<bool> firstRoundDone{false};
+    handler.body = [&] {
+        if (!firstRoundDone) {
+            ++inFirstRound;
+            gate.wait();
+        }
+    };
+    ASSERT_EQ(group.startThreads(), 0u);
+    ASSERT_TRUE(eventually([&] { return inFirstRound == 2; }));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(group.ready(), 0);
+    for (std::uint32_t i = 0; i < group.threadCount; ++i) {
+        EXPECT_EQ(group.threads[i].pending, 2u) << "worker " << i;
+    }
+    firstRoundDone = true;
+    gate.post();
+    gate.post();
+    ASSERT_TRUE(eventually([&] { return handler.calls >= 6; }));
+    System::sleep(150);
+    EXPECT_EQ(handler.calls, 6) << "three signals while busy must give exactly two rounds";
+    EXPECT_EQ(group.exitThreads(), 0);
+}
+
+}  // namespace
+}  // namespace mirel

@@ -1,0 +1,118 @@
+#include "base/threads/semaphore.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "base/system/system.h"
+#include "base/testing/testutil.h"
+
+namespace mirel {
+namespace {
+
+using testing::runTogether;
+using testing::Stopwatch;
+
+// Counting ----------------------------------------------------------------------------------
+
+TEST(Semaphore, TrywaitTakesExactlyTheUnitsThatWerePosted) {
+    Semaphore s(0);
+    EXPECT_EQ(s.trywait(), -1) << "an empty semaphore gave a unit";
+    EXPECT_EQ(s.post(), 0);
+    EXPECT_EQ(s.trywait(), 0);
+    EXPECT_EQ(s.trywait(), -1) << "one post gave two units";
+
+    Semaphore three(3);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(three.trywait(), 0) << "initial unit " << i;
+    EXPECT_EQ(three.trywait(), -1) << "more units than the initial count";
+}
+
+TEST(Semaphore, CountOutsideThePlatformRangeIsRefusedNotUndefined) {
+    Semaphore negative(-1);
+    EXPECT_EQ(negative.post(), -1);
+    EXPECT_EQ(negative.trywait(), -1);
+    EXPECT_EQ(negative.wait(), -1) << "must fail, not block on an unmade semaphore";
+
+    Semaphore tooBig(0x80000000L);
+    EXPECT_EQ(tooBig.trywait(), -1);
+
+    Semaphore full(0x7FFFFFFF);
+    EXPECT_EQ(full.post(), -1) << "a post beyond the maximum must be refused";
+    EXPECT_EQ(full.trywait(), 0);
+    EXPECT_EQ(full.post(), 0);
+}
+
+// Bounded polling -------------------------------------------------------------------------
+
+TEST(Semaphore, ZeroTriesNeverTakesAUnit) {
+    Semaphore s(1);
+    EXPECT_EQ(s.trywait(0), -1);
+    EXPECT_EQ(s.trywait(), 0) << "trywait(0) consumed the unit";
+}
+
+TEST(Semaphore, FailedPollingTakesAboutOneMillisecondPerTry) {
+    Semaphore s(0);
+    Stopwatch clock;
+    EXPECT_EQ(s.trywait(30), -1);
+    const double ms = clock.elapsedMs();
+    EXPECT_GE(ms, 28.0) << "gave up before sleeping after each try";
+    EXPECT_LT(ms, 2000.0);
+}
+
+TEST(Semaphore, PollingTakesAUnitAvailableAtOnceOrPostedMeanwhile) {
+    Semaphore s(1);
+    Stopwatch clock;
+    EXPECT_EQ(s.trywait(1), 0);
+    EXPECT_LT(clock.elapsedMs(), 1000.0);
+
+    std::thread poster([&] {
+        System::sleep(30);
+        s.post();
+    });
+    EXPECT_EQ(s.trywait(5000), 0);
+    poster.join();
+    EXPECT_EQ(s.trywait(), -1) << "the polled unit was not taken";
+}
+
+TEST(Semaphore, NegativeTriesBlocksUntilAPost) {
+    Semaphore s(0);
+    std::atomic<int> result{1};
+    std::atomic<bool> returned{false};
+    std::thread waiter([&] {
+        result = s.trywait(-5);
+        returned = true;
+    });
+    System::sleep(50);
+    EXPECT_FALSE(returned) << "negative tries must wait without limit";
+    s.post();
+    waiter.join();
+    EXPECT_EQ(result, 0);
+}
+
+// Across threads --------------------------------------------------------------------------
+
+TEST(Semaphore, EveryPostIsTakenOnceByExactlyOneWaiter) {
+    Semaphore s(0);
+    constexpr int kPerThread = 5000;
+    std::atomic<long> taken{0};
+    // Threads 0 and 1 post; 2 and 3 wait, one with wait() and one polling.
+    runTogether(4, [&](int index) {
+        for (int i = 0; i < kPerThread; ++i) {
+            if (index < 2) {
+                ASSERT_EQ(s.post(), 0);
+            } else if (index == 2) {
+                ASSERT_EQ(s.wait(), 0);
+                ++taken;
+            } else {
+                ASSERT_EQ(s.trywait(-1), 0);
+                ++taken;
+            }
+        }
+    });
+    EXPECT_EQ(taken, 2 * kPerThread);
+    EXPECT_EQ(s.trywait(), -1) << "units left over";
+}
+
+}  // namespace
+}  // namespace mirel
