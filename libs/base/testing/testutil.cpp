@@ -1,5 +1,7 @@
 #include "base/testing/testutil.h"
 
+#include "base/threads/spinlock.h"
+
 #include <latch>
 #include <thread>
 #include <vector>
@@ -17,6 +19,16 @@ void runTogether(int threads, const std::function<void(int)>& body) {
         });
     }
     for (auto& t : pool) t.join();
+}
+
+bool takenElsewhere(SpinLock& lock) {
+    bool got = false;
+    std::thread t([&] {
+        got = lock.trylock() == 0;
+        if (got) lock.unlock();
+    });
+    t.join();
+    return !got;
 }
 
 }  // namespace mirel::testing

@@ -14,19 +14,11 @@ namespace mirel {
 namespace {
 
 using testing::runTogether;
+using testing::takenElsewhere;
 using testing::Stopwatch;
 
 constexpr unsigned int kForever = 0xFFFFFFFFu;
 
-bool takenElsewhere(SpinLock& lock) {
-    bool got = false;
-    std::thread t([&] {
-        got = lock.trylock() == 0;
-        if (got) lock.unlock();
-    });
-    t.join();
-    return !got;
-}
 
 // Time-outs --------------------------------------------------------------------------------
 

@@ -13,20 +13,11 @@ namespace mirel {
 namespace {
 
 using testing::runTogether;
+using testing::takenElsewhere;
 using testing::Stopwatch;
 
 constexpr unsigned int kForever = 0xFFFFFFFFu;
 
-// Asks from another thread whether the lock can be taken right now (and gives it back).
-bool takenElsewhere(SpinLock& lock) {
-    bool got = false;
-    std::thread t([&] {
-        got = lock.trylock() == 0;
-        if (got) lock.unlock();
-    });
-    t.join();
-    return !got;
-}
 
 // Recursion and ownership ---------------------------------------------------------------
 
