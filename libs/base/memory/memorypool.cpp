@@ -117,7 +117,9 @@ private:
     std::vector<MMapRange> mScratch;  // writers only
 };
 
-RangeIndex sIndex;
+// Made before, and so destroyed after, every static of the library outside the highest
+// priority: pools destroyed at static destruction still rebuild it.
+__attribute__((init_priority(101))) RangeIndex sIndex;
 
 // The value a mapping hook returns when it cannot map.
 void* const kMapFailed = reinterpret_cast<void*>(~std::uintptr_t{0});
