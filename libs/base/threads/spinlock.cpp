@@ -49,36 +49,26 @@ __attribute__((noinline)) int enterWithin(pthread_mutex_t* m, unsigned int ms) {
 
 SpinLock::SpinLock(unsigned long spinCount) : mData(new SpinLockData) {
     if (System::getNumProcessors() > 1) mData->spinCount = static_cast<std::uint32_t>(spinCount);
-    pthread_mutex_init(&mData->region, nullptr);
+    pthread_mutex_init(&mData->state.region, nullptr);
 }
 
 SpinLock::~SpinLock() {
     if (mData == nullptr) return;
-    pthread_mutex_destroy(&mData->region);
+    pthread_mutex_destroy(&mData->state.region);
     delete mData;
 }
 
-// Reached when the inline path found the caller not to be the owner: either another
-// thread holds the lock or nobody does, or this thread has not used a lock before. In the
-// last case the caller cannot be the owner either, since every owner has its identity.
+// Reached when the caller is not the owner and either waits with a limit or has not used a
+// lock before; in the last case it cannot be the owner, since every owner has its identity.
 int SpinLock::enter(unsigned int timeout) {
     SpinLockData* d = mData;
     const pthread_t self = currentThread();
-    const int rc = timeout == kWaitForever ? pthread_mutex_lock(&d->region)
-                                           : enterWithin(&d->region, timeout);
+    const int rc = timeout == kWaitForever ? pthread_mutex_lock(&d->state.region)
+                                           : enterWithin(&d->state.region, timeout);
     if (rc != 0) return -1;
     d->state.owner.store(self, std::memory_order_relaxed);
     d->state.count.store(1, std::memory_order_relaxed);
     return 0;
-}
-
-// The owner's last level.
-int SpinLock::release() {
-    SpinLockData* d = mData;
-    d->state.count.store(0, std::memory_order_relaxed);
-    d->state.owner.store(0, std::memory_order_relaxed);
-    // A plain mutex unlocks with 0; passing its result on lets this be a tail call.
-    return pthread_mutex_unlock(&d->region);
 }
 
 void SpinLock::stealOwnership() {

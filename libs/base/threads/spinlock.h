@@ -12,7 +12,7 @@
 // the lock is held and the threads have synchronised otherwise (a join, a semaphore).
 #pragma once
 
-#include <sys/types.h>  // pthread_t
+#include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
@@ -25,12 +25,14 @@ struct SpinLockData;
 
 namespace detail {
 
-// The words of a lock that its inline paths read; the platform mutex follows them in
-// SpinLockData. Only the owning thread finds its own identity in `owner`, which makes the
-// unsynchronised read of it sound; `count` is written by the owner alone.
+// What the inline paths of a lock touch: the ownership words and the platform mutex, a
+// plain (non-recursive) one, since the lock counts recursion itself. Only the owning
+// thread finds its own identity in `owner`, which makes the unsynchronised read of it
+// sound; `count` is written by the owner alone.
 struct SpinLockState {
     std::atomic<pthread_t> owner{0};
     std::atomic<std::int32_t> count{0};
+    pthread_mutex_t region;
 };
 
 // The calling thread's pthread_self() value once the thread has used a lock, else 0.
@@ -56,6 +58,13 @@ public:
             s->count.store(s->count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
             return 0;
         }
+        // Waiting without limit is the common case, and needs nothing but the mutex.
+        if (timeout == 0xFFFFFFFFu && self != 0) {
+            if (pthread_mutex_lock(&s->region) != 0) return -1;
+            s->owner.store(self, std::memory_order_relaxed);
+            s->count.store(1, std::memory_order_relaxed);
+            return 0;
+        }
         return enter(timeout);
     }
     // lock() that never waits.
@@ -72,7 +81,9 @@ public:
             s->count.store(count - 1, std::memory_order_relaxed);
             return 0;
         }
-        return release();
+        s->count.store(0, std::memory_order_relaxed);
+        s->owner.store(0, std::memory_order_relaxed);
+        return pthread_mutex_unlock(&s->region);
     }
     // Makes the caller the owner without waiting and without touching the depth.
     void stealOwnership();
@@ -87,10 +98,10 @@ public:
     SpinLock& operator=(const SpinLock&) = delete;
 
 private:
-    // The re-entry paths above are inline: one thread-local read and an increment, with no
-    // call. Everything else goes through these.
+    // The paths above are inline: re-entry is one thread-local read and an increment, and
+    // the first level is the mutex call itself. Waiting with a limit, and a thread's first
+    // lock, go through here.
     int enter(unsigned int timeout);
-    int release();
     detail::SpinLockState* state() const;
 
     SpinLockData* mData;

@@ -11,12 +11,10 @@
 
 namespace mirel {
 
-// `state` comes first so that the inline paths of SpinLock find owner and count at the
-// data's own address. `region` is a plain (non-recursive) mutex: the lock counts
-// recursion itself.
+// `state` comes first so that the inline paths of SpinLock find it, mutex included, at
+// the data's own address.
 struct SpinLockData {
     detail::SpinLockState state;
-    pthread_mutex_t region;
     std::uint32_t spinCount = 0;
 };
 
