@@ -84,17 +84,16 @@ public:
                 if (!maybe) {
                     answer = 0;
                 } else {
-                    // The last entry whose start is at or below p.
-                    std::size_t lo = 0, hi = mCount.load(acquire);
-                    while (lo < hi) {
-                        const std::size_t mid = (lo + hi) / 2;
-                        if (mStart[mid].load(acquire) <= p) {
-                            lo = mid + 1;
-                        } else {
-                            hi = mid;
-                        }
+                    // The last entry whose start is at or below p, by halving without
+                    // branches: pool pointers arrive in no order a predictor could learn.
+                    std::size_t lo = 0, n = mCount.load(acquire);
+                    while (n > 1) {
+                        const std::size_t half = n / 2;
+                        lo = mStart[lo + half].load(acquire) <= p ? lo + half : lo;
+                        n -= half;
                     }
-                    answer = lo > 0 && p < mMaxEnd[lo - 1].load(acquire);
+                    answer = n == 1 && mStart[lo].load(acquire) <= p &&
+                             p < mMaxEnd[lo].load(acquire);
                 }
             }
             if (mSeq.load(std::memory_order_relaxed) == before) return answer;
@@ -165,17 +164,26 @@ void removeFromList(std::vector<MMapRange>& list, void* start, unsigned long /*s
     }
 }
 
-bool MemoryPool::isPointerFromPool(void* ptr) {
-    if (sRanges == nullptr) return false;
-    const auto p = reinterpret_cast<std::uintptr_t>(ptr);
-    const int indexed = sIndex.contains(p);
-    if (indexed >= 0) return indexed == 1;
+namespace {
+
+// Past the index's capacity: the registry itself, under its lock.
+__attribute__((noinline, cold)) bool scanRegistry(std::uintptr_t p) {
     CSMutex guard(*sRangesLock);
     for (const MMapRange& r : *sRanges) {
         const auto start = reinterpret_cast<std::uintptr_t>(r.start);
         if (start <= p && p - start < r.size) return true;
     }
     return false;
+}
+
+}  // namespace
+
+bool MemoryPool::isPointerFromPool(void* ptr) {
+    if (sRanges == nullptr) return false;
+    const auto p = reinterpret_cast<std::uintptr_t>(ptr);
+    const int indexed = sIndex.contains(p);
+    if (__builtin_expect(indexed >= 0, 1)) return indexed == 1;
+    return scanRegistry(p);
 }
 
 void* MemoryPool::directMmapCB(unsigned long size, void* context) {
@@ -232,17 +240,6 @@ MemoryPool::~MemoryPool() {
     }
     sIndex.rebuild(*sRanges);
     mRanges.clear();
-}
-
-void* MemoryPool::malloc(unsigned long size) {
-    if (mMspace == nullptr) return nullptr;
-    CSMutex guard(mLock);
-    return mspace_malloc(mMspace, size);
-}
-
-void MemoryPool::free(void* ptr) {
-    CSMutex guard(mLock);
-    mspace_free(mMspace, ptr);
 }
 
 std::vector<MMapRange> MemoryPool::getRanges() const {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/memory/memoryobject.h"
+#include "base/memory/mspace.h"
 #include "base/mirel_export.h"
 #include "base/threads/spinlock.h"
 
@@ -44,9 +45,17 @@ public:
     // the last HeapManager's release.
     virtual ~MemoryPool();
 
-    // Thread-safe (the pool's lock). Null when the arena cannot grow.
-    void* malloc(unsigned long size);
-    void free(void* ptr);
+    // Thread-safe (the pool's lock). Null when the arena cannot grow. Inline, since every
+    // managed block passes through here twice.
+    void* malloc(unsigned long size) {
+        if (mMspace == nullptr) return nullptr;
+        CSMutex guard(mLock);
+        return mspace_malloc(mMspace, size);
+    }
+    void free(void* ptr) {
+        CSMutex guard(mLock);
+        mspace_free(mMspace, ptr);
+    }
 
     // The sum managers reported. Updated unlocked, as a plain read-modify-write: managers of
     // one pool used from several threads at once may lose updates here.
