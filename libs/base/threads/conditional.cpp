@@ -78,7 +78,7 @@ int Conditional::wait(SpinLock& lock) {
     if (!heldByCaller(d)) return -1;
     ParkedOwnership parked(d);
     // The platform's result is not reported: a wait ends with the mutex held either way.
-    pthread_cond_wait(&mData->cond, &d->state.region);
+    pthread_cond_wait(&mData->cond, &d->region);
     return 0;
 }
 
@@ -87,7 +87,7 @@ int Conditional::timedwait(SpinLock& lock, unsigned long ms) {
     if (!heldByCaller(d)) return -1;
     const timespec deadline = deadlineAfter(ms);
     ParkedOwnership parked(d);
-    return pthread_cond_timedwait(&mData->cond, &d->state.region, &deadline) == 0 ? 0 : -1;
+    return pthread_cond_timedwait(&mData->cond, &d->region, &deadline) == 0 ? 0 : -1;
 }
 
 int Conditional::signal() {

@@ -11,7 +11,17 @@
 namespace mirel {
 
 namespace detail {
+
 __thread pthread_t tCurrentThread __attribute__((tls_model("initial-exec"))) = 0;
+
+int lockRegion(SpinLockState* state) {
+    return pthread_mutex_lock(&reinterpret_cast<SpinLockData*>(state)->region);
+}
+
+int unlockRegion(SpinLockState* state) {
+    return pthread_mutex_unlock(&reinterpret_cast<SpinLockData*>(state)->region);
+}
+
 }  // namespace detail
 
 namespace {
@@ -49,12 +59,12 @@ __attribute__((noinline)) int enterWithin(pthread_mutex_t* m, unsigned int ms) {
 
 SpinLock::SpinLock(unsigned long spinCount) : mData(new SpinLockData) {
     if (System::getNumProcessors() > 1) mData->spinCount = static_cast<std::uint32_t>(spinCount);
-    pthread_mutex_init(&mData->state.region, nullptr);
+    pthread_mutex_init(&mData->region, nullptr);
 }
 
 SpinLock::~SpinLock() {
     if (mData == nullptr) return;
-    pthread_mutex_destroy(&mData->state.region);
+    pthread_mutex_destroy(&mData->region);
     delete mData;
 }
 
@@ -63,8 +73,8 @@ SpinLock::~SpinLock() {
 int SpinLock::enter(unsigned int timeout) {
     SpinLockData* d = mData;
     const pthread_t self = currentThread();
-    const int rc = timeout == kWaitForever ? pthread_mutex_lock(&d->state.region)
-                                           : enterWithin(&d->state.region, timeout);
+    const int rc = timeout == kWaitForever ? pthread_mutex_lock(&d->region)
+                                           : enterWithin(&d->region, timeout);
     if (rc != 0) return -1;
     d->state.owner.store(self, std::memory_order_relaxed);
     d->state.count.store(1, std::memory_order_relaxed);

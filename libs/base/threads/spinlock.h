@@ -12,7 +12,7 @@
 // the lock is held and the threads have synchronised otherwise (a join, a semaphore).
 #pragma once
 
-#include <pthread.h>
+#include <sys/types.h>  // pthread_t
 
 #include <atomic>
 #include <cstdint>
@@ -25,15 +25,18 @@ struct SpinLockData;
 
 namespace detail {
 
-// What the inline paths of a lock touch: the ownership words and the platform mutex, a
-// plain (non-recursive) one, since the lock counts recursion itself. Only the owning
-// thread finds its own identity in `owner`, which makes the unsynchronised read of it
-// sound; `count` is written by the owner alone.
+// The words of a lock that its inline paths read; the platform mutex follows them in
+// SpinLockData. Only the owning thread finds its own identity in `owner`, which makes the
+// unsynchronised read of it sound; `count` is written by the owner alone.
 struct SpinLockState {
     std::atomic<pthread_t> owner{0};
     std::atomic<std::int32_t> count{0};
-    pthread_mutex_t region;
 };
+
+// Lock (waiting without limit) and unlock the platform mutex behind `state`; the results
+// are the platform's. They keep the mutex's type out of this header and cost one jump.
+MIREL_EXPORT int lockRegion(SpinLockState* state);
+MIREL_EXPORT int unlockRegion(SpinLockState* state);
 
 // The calling thread's pthread_self() value once the thread has used a lock, else 0.
 // Initial-exec keeps the read a single thread-pointer-relative load.
@@ -60,7 +63,7 @@ public:
         }
         // Waiting without limit is the common case, and needs nothing but the mutex.
         if (timeout == 0xFFFFFFFFu && self != 0) {
-            if (pthread_mutex_lock(&s->region) != 0) return -1;
+            if (detail::lockRegion(s) != 0) return -1;
             s->owner.store(self, std::memory_order_relaxed);
             s->count.store(1, std::memory_order_relaxed);
             return 0;
@@ -83,7 +86,7 @@ public:
         }
         s->count.store(0, std::memory_order_relaxed);
         s->owner.store(0, std::memory_order_relaxed);
-        return pthread_mutex_unlock(&s->region);
+        return detail::unlockRegion(s);
     }
     // Makes the caller the owner without waiting and without touching the depth.
     void stealOwnership();

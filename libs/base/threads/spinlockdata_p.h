@@ -11,10 +11,12 @@
 
 namespace mirel {
 
-// `state` comes first so that the inline paths of SpinLock find it, mutex included, at
-// the data's own address.
+// `state` comes first so that the inline paths of SpinLock find owner and count at the
+// data's own address. `region` is a plain (non-recursive) mutex: the lock counts
+// recursion itself.
 struct SpinLockData {
     detail::SpinLockState state;
+    pthread_mutex_t region;
     std::uint32_t spinCount = 0;
 };
 
