@@ -266,13 +266,13 @@ private:
 
     void newPhase() {
         static constexpr size_t kGranularities[] = {65536, 65536, 4096, 1 << 20};
-        static constexpr size_t kMmapThresholds[] = {kNever, kNever, 65536, 300000};
+        static constexpr size_t kMmapThresholds[] = {kNever, kNever, 65536, 300000, 256};
         static constexpr size_t kTrimThresholds[] = {2 * 1024 * 1024, 128 * 1024, kNever};
         static constexpr Placement kPlacements[] = {Placement::Anywhere, Placement::Anywhere,
                                                     Placement::Spaced, Placement::Ascending,
                                                     Placement::Descending};
         size_t granularity = kGranularities[uniform(0, 3)], trim = kTrimThresholds[uniform(0, 2)];
-        mmapThreshold_ = kMmapThresholds[uniform(0, 3)];
+        mmapThreshold_ = kMmapThresholds[uniform(0, 4)];
         double failRate = chance(0.3) ? 0.05 : 0.0;
         auto asInt = [](size_t v) { return v == kNever ? -1 : static_cast<int>(v); };
         if (mspace_mallopt(-2, asInt(granularity)) + mspace_mallopt(-3, asInt(mmapThreshold_)) +

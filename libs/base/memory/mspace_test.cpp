@@ -41,6 +41,22 @@ protected:
 };
 using MspaceDeathTest = Mspace;
 
+// create_mspace(0) until its first mapping has free address space right below, where a
+// descending mapping can go.
+mspace withRoomBelow() {
+    std::vector<mspace> taken;
+    mspace m = create_mspace(0, 0);
+    for (int i = 0; i < 1000; ++i, m = create_mspace(0, 0)) {
+        auto* below = reinterpret_cast<char*>(pageOf(m)) - (1 << 20);
+        void* p = arena_stress::detail::mapSystem(1 << 20, below, MAP_FIXED_NOREPLACE);
+        if (p != MAP_FAILED) munmap(p, 1 << 20);
+        if (p == below) break;
+        taken.push_back(m);
+    }
+    for (mspace t : taken) destroy_mspace(t);
+    return m;
+}
+
 // A space whose hooks all report to `rec`, in `region` if one is given. When it goes, it must
 // leave nothing mapped, and no hook may have seen a broken rule.
 struct Hooked {
@@ -50,7 +66,9 @@ struct Hooked {
         rec.placement = placement;
         rec.baseRegion = reinterpret_cast<std::uintptr_t>(region);
         rec.baseRegionSize = size;
-        m = region != nullptr ? create_mspace_with_base(region, size, 0) : create_mspace(0, 0);
+        m = region != nullptr                       ? create_mspace_with_base(region, size, 0)
+            : placement == Placement::Descending ? withRoomBelow()
+                                                 : create_mspace(0, 0);
         if (region == nullptr)  // the state opens the first mapping, made by the default hook
             rec.noteSegment(pageOf(m), mspace_footprint(m));
         mspace_hooks h = rec.hooks();
@@ -103,7 +121,7 @@ TEST_F(Mspace, CreationMapsWholeUnitsAndRefusesBadArguments) {
 }
 
 TEST_F(Mspace, AMisalignedRegionIsUsedOnlyWithinItsBounds) {
-    std::vector<char> buffer(64 * 1024);
+    std::vector<char> buffer(64 * 1024, 'c');
     char* base = buffer.data() + 3;
     std::size_t size = buffer.size() - 10;
     mspace m = create_mspace_with_base(base, size, 0);
@@ -114,6 +132,7 @@ TEST_F(Mspace, AMisalignedRegionIsUsedOnlyWithinItsBounds) {
     }
     sound(m);
     EXPECT_EQ(destroy_mspace(m), 0u);  // nothing was mapped
+    EXPECT_EQ(bytes(buffer.data(), 3) + bytes(base + size, 7), std::string(10, 'c'));
 }
 
 TEST_F(Mspace, CaCreationStoresHooksAndContextButKeepsDefaultUnmapping) {
@@ -165,6 +184,13 @@ TEST_F(Mspace, ReallocResizesInPlaceWhenItCanAndCopiesWhenItMoves) {
     EXPECT_EQ(sound(m).in_use_chunks, 2u);
     mspace_free(m, guard);
     destroy_mspace(m);
+
+    // Growing into the top must leave it a whole chunk: 16 bytes short of that, it moves.
+    m = create_mspace(0, 0);
+    void* p = mspace_malloc(m, 100);  // a 112-byte chunk right before the top
+    EXPECT_NE(mspace_realloc(m, p, 112 + mspace_mallinfo(m).keepcost - 24), p);
+    sound(m);
+    destroy_mspace(m);
 }
 
 TEST_F(Mspace, ResizingInPlaceKeepsAFreePredecessorMergeable) {
@@ -191,6 +217,7 @@ TEST_F(Mspace, UnservableRequestsReturnNullAndLeaveTheSpaceSound) {
     auto* keep = static_cast<char*>(mspace_malloc(m, 100));
     std::memset(keep, 'k', 100);
     unsigned long footprint = mspace_footprint(m);
+    void* given[2];
     unsigned long sums[] = {kHuge / 2, kHuge / 2, 64}, big[] = {1ul << 61, 1ul << 61, 1ul << 61};
     const void* results[] = {
         mspace_malloc(m, kHuge), mspace_malloc(m, kHuge - 15), mspace_malloc(m, 1ul << 62),
@@ -200,6 +227,7 @@ TEST_F(Mspace, UnservableRequestsReturnNullAndLeaveTheSpaceSound) {
         mspace_memalign(m, (1ul << 63) + 1, 16),  // cannot round up
         mspace_independent_calloc(m, kHuge / 8, 1, nullptr),  // the array overflows
         mspace_independent_calloc(m, 1ul << 40, 1ul << 30, nullptr),
+        mspace_independent_calloc(m, (1ul << 60) + 1, 40, given),  // 48-byte chunks: wraps to 48
         mspace_independent_comalloc(m, 3, sums, nullptr),  // the sum overflows
         mspace_independent_comalloc(m, 3, big, nullptr),
         mspace_realloc(m, keep, kHuge - 8), mspace_realloc(m, keep, 1ul << 50),
@@ -257,19 +285,19 @@ TEST_F(Mspace, ReallocKeepsAMappedBlockOnlyWhenItsMappingFits) {
 // Footprint, trimming and destruction -------------------------------------------------------
 
 TEST_F(Mspace, TrimGivesTheTopBackAndKeepsThePad) {
-    Hooked h;
+    Hooked h(Placement::Ascending);  // one segment, so all that is freed joins the top
     mspace m = h.m;
-    std::vector<void*> blocks(800);
+    std::vector<void*> blocks(500);
     for (void*& b : blocks) b = mspace_malloc(m, 10000);
-    ASSERT_GT(mspace_footprint(m), 8u << 20);
+    ASSERT_GT(mspace_footprint(m), 4u << 20);
     for (void* b : blocks) mspace_free(m, b);
-    EXPECT_LT(mspace_footprint(m), 4u << 20);  // frees past the trim threshold gave it back
+    EXPECT_LT(mspace_footprint(m), 1u << 20);  // a top past the trim threshold went back
 
     mspace_mallopt(-1, -1);  // no more automatic trimming
     for (void*& b : blocks) b = mspace_malloc(m, 10000);
     for (void* b : blocks) mspace_free(m, b);
     unsigned long full = mspace_footprint(m), top = mspace_mallinfo(m).keepcost;
-    ASSERT_GT(full, 8u << 20);
+    ASSERT_GT(full, 4u << 20);
     EXPECT_EQ(mspace_trim(m, 1 << 20), 1);
     EXPECT_GE(mspace_mallinfo(m).keepcost, std::min(top, 1ul << 20));
     EXPECT_LT(mspace_footprint(m), full);
@@ -281,20 +309,21 @@ TEST_F(Mspace, TrimGivesTheTopBackAndKeepsThePad) {
     sound(m);
 }
 
-TEST_F(Mspace, WhollyFreeSegmentsAreReleased) {
+TEST_F(Mspace, WhollyFreeSegmentsAreReleasedPastTheThresholdOrOnTrimming) {
     Hooked h(Placement::Spaced);  // segments that cannot merge
     mspace m = h.m;
+    std::vector<void*> blocks(6);
+    for (void*& b : blocks) b = mspace_malloc(m, 600000);  // a segment each
+    ASSERT_EQ(sound(m).segments, 7u);
+    for (int i = 0; i < 4; ++i) mspace_free(m, blocks[i]);  // more than 2 MiB: released
+    EXPECT_EQ(sound(m).segments, 3u);
     mspace_mallopt(-1, -1);
-    void* a = mspace_malloc(m, 600000);  // a segment of its own
-    void* b = mspace_malloc(m, 600000);  // another, which takes over as top
-    ASSERT_EQ(sound(m).segments, 3u);
-    unsigned long before = mspace_footprint(m);
-    mspace_free(m, a);
+    mspace_free(m, blocks[4]);
+    EXPECT_EQ(sound(m).segments, 3u);
     EXPECT_EQ(mspace_trim(m, 0), 1);
     EXPECT_EQ(sound(m).segments, 2u);
-    EXPECT_LE(mspace_footprint(m), before - 600000);
     EXPECT_EQ(mspace_footprint(m), h.rec.heldBytes());
-    mspace_free(m, b);
+    mspace_free(m, blocks[5]);
 }
 
 TEST_F(Mspace, AVictimFillingAFreeSegmentIsReleasedWithIt) {
@@ -382,7 +411,8 @@ TEST_F(Mspace, CheckerNoticesBrokenHeadersAndBins) {
              add(l + 16, reinterpret_cast<std::uintptr_t>(s - 16), true);
          }},
         {"size of a block in use", [](char*, char*, char* u) { add(u - 8, 4096); }},
-        {"previous-in-use bit", [](char*, char*, char* u) { add(u - 8, 1); }},
+        {"previous-in-use bit after a free chunk", [](char*, char*, char* u) { add(u - 8, 1); }},
+        {"previous-in-use bit of the top", [](char*, char*, char* u) { add(u + 24, -1); }},
         {"boundary tag of a free chunk", [](char*, char*, char* u) { add(u - 16, 16); }},
     };
     for (const Damage& d : damages) {
@@ -390,7 +420,7 @@ TEST_F(Mspace, CheckerNoticesBrokenHeadersAndBins) {
         auto* s = static_cast<char*>(mspace_malloc(m, 100));
         mspace_malloc(m, 16);
         auto* l = static_cast<char*>(mspace_malloc(m, 3000));
-        auto* used = static_cast<char*>(mspace_malloc(m, 16));
+        auto* used = static_cast<char*>(mspace_malloc(m, 16));  // the top follows
         mspace_free(m, s);  // a small bin's only chunk
         mspace_free(m, l);  // a tree's only chunk; `used` now carries its boundary tag
         ASSERT_EQ(mspace_check(m, nullptr), 0) << d.what;
