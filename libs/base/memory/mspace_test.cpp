@@ -159,7 +159,7 @@ TEST_F(Mspace, CaCreationStoresHooksAndContextButKeepsDefaultUnmapping) {
     EXPECT_EQ(destroy_mspace(m), rec.heldBytes());
     EXPECT_EQ(rec.unmapCalls, 0u);
     EXPECT_TRUE(std::all_of(pages.begin(), pages.end(), [](auto p) { return unmapped(p, kPage); }));
-    region[0] = 1;
+    std::memset(region, 0, sizeof region);  // still usable: neither unmapped nor poisoned
     EXPECT_EQ(rec.error, "");
 }
 
@@ -233,6 +233,7 @@ TEST_F(Mspace, UnservableRequestsReturnNullAndLeaveTheSpaceSound) {
         mspace_realloc(m, keep, kHuge - 8), mspace_realloc(m, keep, 1ul << 50),
     };
     for (std::size_t i = 0; i < std::size(results); ++i) EXPECT_EQ(results[i], nullptr) << i;
+    EXPECT_EQ(mspace_independent_calloc(m, 0, 8, given), given);  // asking for none is no failure
     EXPECT_EQ(bytes(keep, 100), std::string(100, 'k'));  // a refused realloc keeps the block
     EXPECT_EQ(sound(m).in_use_chunks, 1u);
     EXPECT_EQ(mspace_footprint(m), footprint);
