@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <cstring>
-#include <vector>
+#include <deque>
 
 #include "base/testing/testutil.h"
 
@@ -12,14 +12,12 @@ using namespace mirel;
 
 namespace {
 
-// Spaces on different threads share nothing but the process-wide parameters, which one
-// thread may change while others allocate (a pool sets them when it is built). Run under
-// ThreadSanitizer, this shows that sharing is free of races; everywhere, that each space
-// stays sound and keeps its blocks.
+// Spaces on different threads share nothing but the process-wide parameters, which a pool
+// sets while others allocate. Under ThreadSanitizer this shows that sharing is free of
+// races; everywhere, that each space stays sound and keeps its blocks.
 TEST(MspaceThreads, SpacesOnSeveralThreadsWhileTheParametersChange) {
     constexpr int kWorkers = 3;
-    std::atomic<int> done{0};
-    std::atomic<int> broken{0};
+    std::atomic<int> done{0}, broken{0};
     mirel::testing::runTogether(kWorkers + 1, [&](int index) {
         if (index == kWorkers) {  // the thread that keeps changing the parameters
             for (int i = 0; done.load() < kWorkers; ++i) {
@@ -30,28 +28,24 @@ TEST(MspaceThreads, SpacesOnSeveralThreadsWhileTheParametersChange) {
             return;
         }
         mspace m = create_mspace(0, 0);
-        std::vector<unsigned char*> blocks;
-        for (int i = 0; i < 20000; ++i) {
-            std::size_t n = static_cast<std::size_t>((i * 7919 + index * 104729) % 200000);
+        const auto mark = static_cast<unsigned char>(index + 1);
+        std::deque<unsigned char*> blocks;
+        for (int i = 0; i < 20000 && broken.load() == 0; ++i) {
+            auto n = static_cast<std::size_t>((i * 7919 + index * 104729) % 200000);
             auto* p = static_cast<unsigned char*>(mspace_malloc(m, n));
-            if (p == nullptr) {
-                ++broken;
-                break;
-            }
-            std::memset(p, index + 1, n);
-            if (n > 0) p[n - 1] = static_cast<unsigned char>(index + 1);
-            blocks.push_back(p);
+            if (p == nullptr) ++broken;
+            else blocks.push_back(static_cast<unsigned char*>(std::memset(p, mark, n)));
             if (blocks.size() > 50) {
                 mspace_free(m, blocks.front());
-                blocks.erase(blocks.begin());
+                blocks.pop_front();
             }
         }
         for (unsigned char* p : blocks) {
-            if (p[0] != index + 1) ++broken;
+            broken += p[0] != mark;
             mspace_free(m, p);
         }
         mspace_check_report r{};
-        if (mspace_check(m, &r) != 0 || r.in_use_chunks != 0 || r.mapped_chunks != 0) ++broken;
+        broken += mspace_check(m, &r) != 0 || r.in_use_chunks != 0 || r.mapped_chunks != 0;
         destroy_mspace(m);
         ++done;
     });
