@@ -68,6 +68,12 @@ TEST(RangeRegistry, GrowthIsListedAndDestructionLeavesNoRangeBehind) {
             ASSERT_NE(blocks.back(), nullptr);
             EXPECT_TRUE(MemoryPool::isPointerFromPool(blocks.back()));
         }
+        // Spans whole 4 MiB granules that no neighbouring mapping touches.
+        auto* big = static_cast<char*>(a.malloc(9 << 20));
+        for (long at : {0l, 3l << 20, 6l << 20, (9l << 20) - 1}) {
+            EXPECT_TRUE(MemoryPool::isPointerFromPool(big + at)) << at;
+        }
+        blocks.push_back(big);
         theirs = a.getRanges();
         ASSERT_GE(theirs.size(), 3u);
         EXPECT_EQ(theirs[0].size, 1u << 16) << "the first region is the size asked for";
