@@ -54,11 +54,14 @@ TEST(Referent, ConcurrentHoldersNeverDeleteEarlyAndDeleteExactlyOnce) {
     Referent* r = new Tracked(&destroyed);
     r->addRef();  // the main holder
     constexpr int kThreads = 6, kRounds = 20000;
-    testing::runTogether(kThreads, [&](int) {
-        for (int i = 0; i < kRounds; ++i) r->addRef(), r->release();
-    });
-    EXPECT_EQ(destroyed, 0);
-    EXPECT_EQ(r->getRefCount(), 1);
+    // A lost update shows in some runs only: repeat while none has shown.
+    for (int rep = 0; rep < 10 && destroyed == 0 && r->getRefCount() == 1; ++rep) {
+        testing::runTogether(kThreads, [&](int) {
+            for (int i = 0; i < kRounds; ++i) r->addRef(), r->release();
+        });
+    }
+    ASSERT_EQ(destroyed, 0);
+    ASSERT_EQ(r->getRefCount(), 1);
     for (int i = 0; i < kThreads; ++i) r->addRef();
     r->release();
     testing::runTogether(kThreads, [&](int) { r->release(); });
