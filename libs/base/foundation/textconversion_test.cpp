@@ -138,7 +138,8 @@ TEST(Wcsicmp, OrdersAsTheLowerCaseFormsDo) {
     };
     for (const auto& r : rows) {
         EXPECT_EQ(wcsicmp(r.a, r.b), r.expected)
-            << QString::fromWCharArray(r.a).toStdString() << " vs " << QString::fromWCharArray(r.b).toStdString();
+            << QString::fromWCharArray(r.a).toStdString() << " vs "
+            << QString::fromWCharArray(r.b).toStdString();
     }
 }
 

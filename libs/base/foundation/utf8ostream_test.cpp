@@ -145,7 +145,9 @@ std::string readAll(FILE* f) {
     std::string out;
     char buffer[256];
     ssize_t n;
-    while ((n = pread(fileno(f), buffer, sizeof buffer, off_t(out.size()))) > 0) out.append(buffer, std::size_t(n));
+    while ((n = pread(fileno(f), buffer, sizeof buffer, off_t(out.size()))) > 0) {
+        out.append(buffer, std::size_t(n));
+    }
     return out;
 }
 

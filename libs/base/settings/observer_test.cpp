@@ -14,24 +14,29 @@ namespace {
 
 using Log = std::vector<std::string>;
 
+std::string str(const QString& s) { return s.toStdString(); }
+std::string linked(const Observer& o) { return o.isLinked() ? " linked" : ""; }
+
 // Logs "<tag>:<setting>" per change; a pre-delete entry says whether it was still linked.
 struct Recorder : SettingObserver {
-    Recorder(Setting* s, Log& log, std::string tag) : SettingObserver(s), log(log), tag(std::move(tag)) {}
-    void onSettingChanged(const Event& e) override { log.push_back(tag + ":" + e.setting->getName().toStdString()); }
+    Recorder(Setting* s, Log& log, std::string tag)
+        : SettingObserver(s), log(log), tag(std::move(tag)) {}
+    void onSettingChanged(const Event& e) override { log.push_back(tag + ":" + str(e.setting->getName())); }
     void onSettingPreDelete(const Event& e) override {
-        log.push_back(tag + ":predelete " + e.setting->getName().toStdString() + (isLinked() ? " linked" : ""));
+        log.push_back(tag + ":predelete " + str(e.setting->getName()) + linked(*this));
     }
     Log& log;
     std::string tag;
 };
 
 struct GroupRecorder : SettingGroupObserver {
-    GroupRecorder(SettingGroup* g, Log& log, std::string tag) : SettingGroupObserver(g), log(log), tag(std::move(tag)) {}
+    GroupRecorder(SettingGroup* g, Log& log, std::string tag)
+        : SettingGroupObserver(g), log(log), tag(std::move(tag)) {}
     void onGroupSettingChanged(const Event& e) override {
-        log.push_back(tag + ":" + e.group->getName().toStdString() + "/" + e.setting->getName().toStdString());
+        log.push_back(tag + ":" + str(e.group->getName()) + "/" + str(e.setting->getName()));
     }
     void onGroupPreDelete(const Event& e) override {
-        log.push_back(tag + ":gone " + e.group->getName().toStdString() + (isLinked() ? " linked" : ""));
+        log.push_back(tag + ":gone " + str(e.group->getName()) + linked(*this));
     }
     Log& log;
     std::string tag;

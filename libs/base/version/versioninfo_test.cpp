@@ -140,7 +140,8 @@ TEST_F(VersionInfoTest, GlobalSettingsAreForAllUsersAndNotBelowTheConfigHome) {
     EXPECT_EQ(app->scope(), QSettings::SystemScope);
     EXPECT_EQ(common->scope(), QSettings::SystemScope);
     EXPECT_EQ(app->applicationName(), row(MIREL_EDITION).settingsName);
-    EXPECT_TRUE(common->fileName().endsWith("/Vantor/VMCommonSettings.conf")) << qPrintable(common->fileName());
+    EXPECT_TRUE(common->fileName().endsWith("/Vantor/VMCommonSettings.conf"))
+        << qPrintable(common->fileName());
     EXPECT_FALSE(common->fileName().startsWith(gConfigHome));
 }
 
