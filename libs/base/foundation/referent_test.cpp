@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-
 #include "base/testing/testutil.h"
 
 namespace mirel {
@@ -13,13 +11,12 @@ class Tracked : public Referent {
 public:
     explicit Tracked(int* destroyed) : mDestroyed(destroyed) {}
     Tracked(const Tracked& other) = default;
+    Tracked& operator=(const Tracked& other) = default;
     ~Tracked() override { ++*mDestroyed; }
 
 private:
     int* mDestroyed;
 };
-
-// Counting --------------------------------------------------------------------------------
 
 TEST(Referent, CountStartsAtZeroAndCopiesDoNotInheritIt) {
     int destroyed = 0;
@@ -33,57 +30,41 @@ TEST(Referent, CountStartsAtZeroAndCopiesDoNotInheritIt) {
     a = b;  // assignment copies the value, never the holders
     EXPECT_EQ(a.getRefCount(), 2);
     EXPECT_EQ(b.getRefCount(), 1);
-    // Stack objects: their references are never all given back, so nothing deletes them.
 }
 
-TEST(Referent, TheLastReleaseDeletesThroughTheVirtualDestructor) {
-    int destroyed = 0;
-    Referent* r = new Tracked(&destroyed);
-    r->addRef();
-    r->addRef();
-    r->release();
-    EXPECT_EQ(destroyed, 0);
-    r->release();
-    EXPECT_EQ(destroyed, 1);
-}
-
-TEST(Referent, OrphanedCanBeOverriddenToKeepTheObject) {
-    class Recycled : public Referent {
-    public:
+TEST(Referent, TheLastReleaseGoesThroughOrphaned) {
+    struct Recycled : Referent {
         int orphanings = 0;
-
-    protected:
         void orphaned() override { ++orphanings; }
     } r;
     r.addRef();
     r.release();
-    EXPECT_EQ(r.orphanings, 1);
     r.addRef();  // back in use after being orphaned
+    r.addRef();
+    r.release();
+    EXPECT_EQ(r.orphanings, 1);
     r.release();
     EXPECT_EQ(r.orphanings, 2);
 }
 
-// Sharing between threads ------------------------------------------------------------------
-
+// Holders on many threads: never deleted early, deleted exactly once by whichever thread
+// drops the last reference.
 TEST(Referent, ConcurrentHoldersNeverDeleteEarlyAndDeleteExactlyOnce) {
     int destroyed = 0;
     Referent* r = new Tracked(&destroyed);
     r->addRef();  // the main holder
     constexpr int kThreads = 6, kRounds = 20000;
-    testing::runTogether(kThreads, [&](int) {
-        for (int i = 0; i < kRounds; ++i) {
-            r->addRef();
-            r->release();
-        }
-    });
-    EXPECT_EQ(destroyed, 0);
-    EXPECT_EQ(r->getRefCount(), 1);
-
-    // The last reference may be dropped on any thread.
+    // A lost update shows in some runs only: repeat while none has shown.
+    for (int rep = 0; rep < 10 && destroyed == 0 && r->getRefCount() == 1; ++rep) {
+        testing::runTogether(kThreads, [&](int) {
+            for (int i = 0; i < kRounds; ++i) r->addRef(), r->release();
+        });
+    }
+    ASSERT_EQ(destroyed, 0);
+    ASSERT_EQ(r->getRefCount(), 1);
     for (int i = 0; i < kThreads; ++i) r->addRef();
-    testing::runTogether(kThreads, [&](int) { r->release(); });
-    EXPECT_EQ(destroyed, 0);
     r->release();
+    testing::runTogether(kThreads, [&](int) { r->release(); });
     EXPECT_EQ(destroyed, 1);
 }
 

@@ -22,36 +22,6 @@ std::string bytes(const Utf8OStream& s) {
 
 std::string bytes(const QByteArray& a) { return std::string(a.constData(), std::size_t(a.size())); }
 
-// Encoding -------------------------------------------------------------------------------------
-
-TEST(Utf8OStream, EncodesOneTwoAndThreeByteUnits) {
-    struct Row {
-        const char16_t* text;
-        std::string utf8;
-    };
-    const Row rows[] = {
-        {u"A", "A"},
-        {u"\u00e9", "\xC3\xA9"},
-        {u"\u007f\u0080", "\x7F\xC2\x80"},
-        {u"\u07ff\u0800", "\xDF\xBF\xE0\xA0\x80"},
-        {u"\uffff", "\xEF\xBF\xBF"},
-    };
-    for (const Row& r : rows) {
-        Utf8OStream s;
-        s << QString::fromUtf16(r.text);
-        EXPECT_EQ(bytes(s), r.utf8);
-    }
-}
-
-TEST(Utf8OStream, EachSurrogateIsWrittenOnItsOwnInThreeBytes) {
-    Utf8OStream s;
-    s << QString::fromUtf16(u"\U0001F600");  // D83D DE00
-    EXPECT_EQ(bytes(s), "\xED\xA0\xBD\xED\xB8\x80");
-    Utf8OStream lone;
-    lone << QString::fromUtf16(u"\xDC00x", 2);
-    EXPECT_EQ(bytes(lone), "\xED\xB0\x80x");
-}
-
 // Random BMP text away from the surrogates, where standard UTF-8 and this encoding agree;
 // ASCII runs of every length exercise the eight-at-a-time path and its edges.
 QString randomBmpText(std::mt19937& rng, int length) {
@@ -62,30 +32,47 @@ QString randomBmpText(std::mt19937& rng, int length) {
         const int k = kind(rng);
         if (k < 5) {
             for (int n = run(rng); n > 0; --n) s.append(QChar(ascii(rng)));
-        } else if (k < 7) {
-            s.append(QChar(latin(rng)));
-        } else {
-            int c;
-            do c = wide(rng);
-            while (c >= 0xD800 && c <= 0xDFFF);
+        } else if (const int c = k < 7 ? latin(rng) : wide(rng); c < 0xD800 || c > 0xDFFF) {
             s.append(QChar(c));
         }
     }
     return s;
 }
 
+// Encoding -------------------------------------------------------------------------------------
+
+// Surrogates are not joined: each half is written on its own in three bytes.
+TEST(Utf8OStream, EncodesEachUnitInOneTwoOrThreeBytes) {
+    const struct {
+        std::u16string text;
+        std::string utf8;
+    } rows[] = {
+        {u"A", "A"},
+        {u"\u007f\u0080", "\x7F\xC2\x80"},
+        {u"\u07ff\u0800", "\xDF\xBF\xE0\xA0\x80"},
+        {u"\uffff", "\xEF\xBF\xBF"},
+        {u"\U0001F600", "\xED\xA0\xBD\xED\xB8\x80"},
+        {{char16_t(0xDC00), u'x'}, "\xED\xB0\x80x"},
+    };
+    for (const auto& r : rows) {
+        Utf8OStream s;
+        s << QString::fromStdU16String(r.text);
+        EXPECT_EQ(bytes(s), r.utf8);
+    }
+}
+
+// Both paths: a fresh stream counts first and grows, a roomy one encodes straight away.
 TEST(Utf8OStream, AgreesWithQtWhereStandardUtf8AndItCoincide) {
     std::mt19937 rng(99);
     for (int round = 0; round < 300; ++round) {
         const QString text = randomBmpText(rng, round);
-        Utf8OStream fresh;  // grows on this append
+        Utf8OStream fresh;
         fresh << text;
         EXPECT_EQ(bytes(fresh), bytes(text.toUtf8())) << round;
-
-        Utf8OStream roomy;  // already has room: the path without a counting pass
-        roomy << QString(4096, QChar('-'));
+        Utf8OStream roomy;
+        roomy << QString(3000, QChar('-'));  // 1,096 bytes left: room for three a unit
         roomy << text;
-        EXPECT_EQ(bytes(roomy).substr(4096), bytes(text.toUtf8())) << round;
+        EXPECT_EQ(bytes(roomy).substr(3000), bytes(text.toUtf8())) << round;
     }
 }
 
@@ -96,69 +83,56 @@ TEST(Utf8OStream, TextEndsAtTheFirstZeroUnit) {
         Utf8OStream fresh;
         fresh << text;
         EXPECT_EQ(bytes(fresh), std::string(std::size_t(at), 'a')) << at;
-        Utf8OStream roomy;
-        roomy << QString(200, QChar('-'));
+        Utf8OStream roomy;  // room for three bytes a unit: no counting pass finds the zero
+        roomy << QString(150, QChar('-'));
         roomy << text;
-        EXPECT_EQ(bytes(roomy), std::string(200, '-') + std::string(std::size_t(at), 'a')) << at;
+        EXPECT_EQ(bytes(roomy), std::string(150, '-') + std::string(std::size_t(at), 'a')) << at;
     }
 }
 
 // The buffer -------------------------------------------------------------------------------------
 
-TEST(Utf8OStream, EmptyTextAppendsNothing) {
-    Utf8OStream s;
-    s << QString() << QString("");
-    EXPECT_EQ(s.length(), 0);
-    EXPECT_EQ(s.data(), nullptr);
-    EXPECT_TRUE(s.good());
-}
-
 TEST(Utf8OStream, GrowsByDoublingAndKeepsEverythingWritten) {
+    Utf8OStream empty;
+    empty << QString() << QString("");
+    EXPECT_EQ(empty.data(), nullptr);
+    EXPECT_TRUE(empty.good());
+
     std::mt19937 rng(5);
     Utf8OStream s;
     std::string expected;
-    int lastCapacity = 0;
     for (int i = 0; i < 400; ++i) {
         const QString piece = randomBmpText(rng, i % 37 + (i % 50 == 0 ? 3000 : 0));
         s << piece;
         expected += bytes(piece.toUtf8());
         ASSERT_EQ(s.length(), int(expected.size()));
-        ASSERT_GE(s.capacity(), s.length());
-        if (s.capacity() != lastCapacity) {
-            // Only whole doublings of the first block.
-            int c = s.capacity();
-            while (c > 64 && c % 2 == 0) c /= 2;
-            EXPECT_EQ(c, 64) << s.capacity();
-            lastCapacity = s.capacity();
-        }
+        int c = s.capacity();  // only whole doublings of the first block
+        while (c > 64 && c % 2 == 0) c /= 2;
+        ASSERT_EQ(c, 64) << s.capacity();
     }
     EXPECT_EQ(bytes(s), expected);
-    EXPECT_TRUE(s.good());
-    // Growth follows the bytes actually written, not the worst case of three per unit.
     Utf8OStream exact;
     exact << QString(64, QChar('x'));
-    EXPECT_EQ(exact.capacity(), 64);
+    EXPECT_EQ(exact.capacity(), 64) << "growth follows the bytes written, not three a unit";
+    Utf8OStream partly;
+    partly << QString(10, QChar('x'));
+    partly << QString(20, QChar(0x4E2D));  // room for two bytes a unit, not for three
+    EXPECT_EQ(partly.length(), 70);
+    EXPECT_EQ(partly.capacity(), 128);
 }
 
 // The block encoder stores whole words and blocks ahead of the text: where the text fills
 // the buffer to its last byte, none of that may land past the end (ASan watches the block).
 TEST(Utf8OStream, FillingTheBufferToItsLastByteWritesNothingPastIt) {
-    for (int ascii = 0; ascii < 3; ++ascii) {
-        for (int capacity : {64, 128, 256}) {
-            QString text;
-            int size = 0;
-            while (size + 3 <= capacity - ascii) {
-                text.append(QChar(0x4E2D));  // three bytes
-                size += 3;
+    for (int capacity : {64, 128, 256}) {
+        for (int wide = 0; 3 * wide <= capacity; ++wide) {
+            const QString ascii(capacity - 3 * wide, QChar('a')), cjk(wide, QChar(0x4E2D));
+            for (const QString& text : {ascii + cjk, cjk + ascii}) {
+                Utf8OStream s;
+                s << text;
+                ASSERT_EQ(s.capacity(), capacity);
+                EXPECT_EQ(bytes(s), bytes(text.toUtf8()));
             }
-            while (size < capacity) {
-                text.append(QChar('a'));
-                ++size;
-            }
-            Utf8OStream s;
-            s << text;
-            ASSERT_EQ(s.capacity(), capacity);
-            EXPECT_EQ(bytes(s), bytes(text.toUtf8()));
         }
     }
 }
@@ -177,52 +151,39 @@ std::string readAll(FILE* f) {
     return out;
 }
 
-TEST(ErrorLog, WritesTheTimeAndTheMessageWithoutAddingALineEnd) {
+// Standard UTF-8 here (the C library's, not Utf8OStream's) after a timestamp; no line end
+// is added.
+TEST(ErrorLog, WritesTheTimeAndTheMessage) {
     FILE* f = std::tmpfile();
     ASSERT_NE(f, nullptr);
+    const QString message = QString::fromUtf16(u"caf\u00e9 \U0001F600 done\n");
     const double before = System::getTime();
-    EXPECT_TRUE(ErrorLog(f, QString::fromUtf16(u"caf\u00e9 \U0001F600 done\n")));
+    EXPECT_TRUE(ErrorLog(f, message));
     const double after = System::getTime();
     const QString line = QString::fromUtf8(readAll(f).c_str());
     std::fclose(f);
-
-    const QRegularExpression form(QStringLiteral("^(\\d+\\.\\d{6}): (.*)$"),
-                                  QRegularExpression::DotMatchesEverythingOption);
-    const auto m = form.match(line);
+    const auto m = QRegularExpression(QStringLiteral("^(\\d+\\.\\d{6}): (.*)$"),
+                                      QRegularExpression::DotMatchesEverythingOption).match(line);
     ASSERT_TRUE(m.hasMatch()) << line.toStdString();
-    const double stamp = m.captured(1).toDouble();
-    EXPECT_GE(stamp, before - 1e-6);
-    EXPECT_LE(stamp, after + 1e-6);
-    // Standard UTF-8 here: the log goes through the C library, not Utf8OStream.
-    EXPECT_EQ(m.captured(2), QString::fromUtf16(u"caf\u00e9 \U0001F600 done\n"));
+    EXPECT_GE(m.captured(1).toDouble(), before - 1e-6);
+    EXPECT_LE(m.captured(1).toDouble(), after + 1e-6);
+    EXPECT_EQ(m.captured(2), message);
+    EXPECT_TRUE(ErrorLog(nullptr, message)) << "a null stream is accepted";
 }
 
-TEST(ErrorLog, StillWritesAfterTheStreamWasUsedForNarrowOutput) {
-    FILE* f = std::tmpfile();
-    ASSERT_NE(f, nullptr);
-    std::fprintf(f, "narrow|");
-    EXPECT_TRUE(ErrorLog(f, QStringLiteral("after")));
-    const std::string text = readAll(f);
-    std::fclose(f);
-    EXPECT_EQ(text.rfind("narrow|", 0), 0u) << text;
-    EXPECT_NE(text.find(": after"), std::string::npos) << text;
-}
-
-TEST(ErrorLog, WritesWideCharactersOnAWideStream) {
-    FILE* f = std::tmpfile();
-    ASSERT_NE(f, nullptr);
-    ASSERT_GT(fwide(f, 1), 0);
-    std::fputws(L"wide|", f);
-    EXPECT_TRUE(ErrorLog(f, QStringLiteral("plain ascii")));
-    EXPECT_GT(fwide(f, 0), 0);
-    const std::string text = readAll(f);
-    std::fclose(f);
-    EXPECT_EQ(text.rfind("wide|", 0), 0u) << text;
-    EXPECT_NE(text.find(": plain ascii"), std::string::npos) << text;
-}
-
-TEST(ErrorLog, ANullStreamIsAcceptedAndWritesNothing) {
-    EXPECT_TRUE(ErrorLog(nullptr, QStringLiteral("lost on purpose")));
+// A stream already used keeps its orientation; the line must still arrive.
+TEST(ErrorLog, WritesOnStreamsAlreadyUsedNarrowOrWide) {
+    for (bool wide : {false, true}) {
+        FILE* f = std::tmpfile();
+        ASSERT_NE(f, nullptr);
+        wide ? (void)std::fputws(L"first|", f) : (void)std::fputs("first|", f);
+        EXPECT_TRUE(ErrorLog(f, QStringLiteral("after")));
+        EXPECT_EQ(fwide(f, 0) > 0, wide);
+        const std::string text = readAll(f);
+        std::fclose(f);
+        EXPECT_EQ(text.rfind("first|", 0), 0u) << text;
+        EXPECT_NE(text.find(": after"), std::string::npos) << text;
+    }
 }
 
 }  // namespace

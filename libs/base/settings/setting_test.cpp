@@ -2,153 +2,171 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
-#include "base/memory/heapmanager.h"
 #include "base/settings/settinggroup.h"
 
 namespace mirel {
 namespace {
 
-struct CountingObserver : SettingObserver {
+struct Counter : SettingObserver {
     using SettingObserver::SettingObserver;
     void onSettingChanged(const Event&) override { ++changed; }
-    void onSettingPreDelete(const Event&) override { ++preDeleted; }
+    void onSettingPreDelete(const Event&) override {}
     int changed = 0;
-    int preDeleted = 0;
+};
+
+// Counts saves and restores, so that a record that changes nothing visible still shows.
+struct CountingSetting : IntSetting {
+    using IntSetting::IntSetting;
+    void pushSetting() override { ++pushes; IntSetting::pushSetting(); }
+    bool popSetting() override { ++pops; return IntSetting::popSetting(); }
+    int pushes = 0, pops = 0;
 };
 
 class SettingTest : public ::testing::Test {
 protected:
-    void TearDown() override { Setting::sCurrentModifier = 1; }
+    void SetUp() override { ASSERT_FALSE(Setting::popAllSettings()) << "a frame leaked in"; }
+    void TearDown() override {
+        Setting::sCurrentModifier = 1;
+        while (Setting::popAllSettings()) ADD_FAILURE() << "a frame was left open";
+    }
     SettingGroup group{"SettingTest"};
 };
 
-// Construction ------------------------------------------------------------------------------
-
-TEST_F(SettingTest, StartsAtItsDefaultWithNoModifier) {
-    IntSetting i(group, "count", 7);
-    TypedSetting<QString> t(group, "label", "north");
-    EXPECT_EQ(i.getValue(), 7);
-    EXPECT_EQ(i.getDefault(), 7);
-    EXPECT_EQ(t.getValue(), "north");
-    EXPECT_EQ(i.getModifier(), 0u);
-    EXPECT_EQ(i.getName(), "count");
-    EXPECT_EQ(i.getGroup(), &group);
-    EXPECT_EQ(i.getType(), 1u);
-    EXPECT_EQ(t.getType(), 4u);
-    i.set(9);
-    EXPECT_EQ(i.getDefault(), 7) << "the default never follows the value";
-}
-
-// The modifier stamp ------------------------------------------------------------------------
+// Setting a value -------------------------------------------------------------------------
 
 TEST_F(SettingTest, EverySetStampsTheModifierButOnlyAChangeNotifies) {
     IntSetting s(group, "stamped", 3);
-    CountingObserver watch(s);
+    TypedSetting<QString> t(group, "text", "kept");
+    Counter watchS(s), watchT(t);
+    EXPECT_EQ(s.getModifier(), 0u);
     Setting::sCurrentModifier = 41;
     s.set(3);
-    EXPECT_EQ(s.getModifier(), 41u) << "an unchanged set still stamps";
-    EXPECT_EQ(watch.changed, 0);
-    Setting::sCurrentModifier = 42;
-    s.set(4);
-    EXPECT_EQ(s.getModifier(), 42u);
-    EXPECT_EQ(watch.changed, 1);
-    Setting::sCurrentModifier = 43;
-    s.fromString("4");
-    EXPECT_EQ(s.getModifier(), 43u) << "fromString goes through set";
-    EXPECT_EQ(watch.changed, 1);
-}
-
-TEST_F(SettingTest, TextSetValOnlyStampsTheModifier) {
-    TypedSetting<QString> t(group, "text", "kept");
-    CountingObserver watch(t);
-    Setting::sCurrentModifier = 77;
-    t.setVal(12.5);
+    t.setVal(12.5);  // a number is no text: only the stamp changes
+    EXPECT_EQ(s.getModifier(), 41u);
+    EXPECT_EQ(t.getModifier(), 41u);
     EXPECT_EQ(t.getValue(), "kept");
-    EXPECT_EQ(t.getModifier(), 77u);
-    EXPECT_EQ(watch.changed, 0);
-    EXPECT_EQ(t.getVal(), 0.0);
-    t.set("3.5");
-    EXPECT_EQ(t.getVal(), 0.0) << "text never reads as a number";
+    EXPECT_EQ(watchS.changed + watchT.changed, 0);
+    Setting::sCurrentModifier = 42;
+    s.fromString("4");
+    EXPECT_EQ(s.getModifier(), 42u);
+    EXPECT_EQ(watchS.changed, 1);
+    EXPECT_EQ(s.getDefault(), 3) << "the default never follows the value";
 }
 
-// Text forms --------------------------------------------------------------------------------
+// Text and number forms -------------------------------------------------------------------
 
-TEST_F(SettingTest, IntegerTextForms) {
-    struct Row {
+TEST_F(SettingTest, IntegerTextReadsOneLeadingNumber) {
+    const struct {
         const char* text;
         int value;
-    };
-    const Row rows[] = {
-        {"42", 42},          {"  -17 tail", -17}, {"+8", 8},   {"12abc", 12},
-        {"abc", 0},          {"", 0},             {"0x1f", 31}, {"2147483647", 2147483647},
+    } rows[] = {
+        {"42", 42}, {"  -17 tail", -17}, {"+8", 8},     {"12abc", 12},
+        {"abc", 0}, {"", 0},             {"0x1f", 31},  {"2147483647", 2147483647},
         {"-2147483648", -2147483647 - 1},
     };
-    for (const Row& r : rows) {
+    for (const auto& r : rows) {
         IntSetting s(group, "n", 99);
         s.fromString(r.text);
         EXPECT_EQ(s.getValue(), r.value) << r.text;
     }
     IntSetting s(group, "n", -1234567);
     EXPECT_EQ(s.toString(), "-1234567") << "plain decimal, no digit grouping";
-    s.set(0);
-    EXPECT_EQ(s.toString(), "0");
 }
 
-TEST_F(SettingTest, TextKeepsOnlyTheFirstWordWhenReadBack) {
-    TypedSetting<QString> t(group, "words", "");
-    t.set("two words");
-    EXPECT_EQ(t.toString(), "two words") << "written whole";
-    t.fromString(t.toString());
-    EXPECT_EQ(t.getValue(), "two");
-    t.fromString("\t  lead  trail");
-    EXPECT_EQ(t.getValue(), "lead");
-    t.fromString("   ");
-    EXPECT_TRUE(t.getValue().isEmpty());
-    t.fromString(QString::fromUtf8("Zürich-Nord x"));
-    EXPECT_EQ(t.getValue(), QString::fromUtf8("Zürich-Nord"));
+// Text is written whole but read back one word at a time: the round trip is lossy.
+TEST_F(SettingTest, TextReadsBackItsFirstWordOnly) {
+    const struct {
+        const char* text;
+        const char* value;
+    } rows[] = {
+        {"two words", "two"}, {"\t  lead  trail", "lead"}, {"   ", ""}, {"Zürich-Nord x", "Zürich-Nord"},
+    };
+    for (const auto& r : rows) {
+        TypedSetting<QString> t(group, "words", "");
+        t.set(QString::fromUtf8(r.text));
+        EXPECT_EQ(t.toString(), QString::fromUtf8(r.text)) << "written whole";
+        t.fromString(t.toString());
+        EXPECT_EQ(t.getValue(), QString::fromUtf8(r.value)) << r.text;
+        EXPECT_EQ(t.getVal(), 0.0) << "text never reads as a number";
+    }
 }
 
-// Numbers -----------------------------------------------------------------------------------
-
-TEST_F(SettingTest, IntegerNumbersTruncateTowardZero) {
-    struct Row {
+TEST_F(SettingTest, IntegerNumbersTruncateTowardZeroAndSaturate) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const struct {
         double in;
         int out;
+    } rows[] = {
+        {2.9, 2}, {-2.9, -2}, {0.99, 0}, {-0.5, 0}, {1e12, 2147483647}, {-1e12, -2147483647 - 1}, {nan, 0},
     };
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const Row rows[] = {
-        {2.9, 2}, {-2.9, -2}, {0.99, 0}, {-0.5, 0}, {1e12, 2147483647}, {-1e12, -2147483647 - 1},
-        {nan, 0},
-    };
-    for (const Row& r : rows) {
+    for (const auto& r : rows) {
         IntSetting s(group, "n", 5);
         s.setVal(r.in);
         EXPECT_EQ(s.getValue(), r.out) << r.in;
+        EXPECT_EQ(s.getVal(), double(r.out));
     }
-    IntSetting s(group, "n", -3);
-    EXPECT_EQ(s.getVal(), -3.0);
 }
 
-// Allocation --------------------------------------------------------------------------------
+// Snapshots -------------------------------------------------------------------------------
 
-TEST_F(SettingTest, GroupsAndSettingsLiveInTheManagerTheyArePlacedIn) {
-    auto* pool = new MemoryPool("settings", 1 << 16);
-    HeapManager manager(pool);
-    TestThenAdd(pool->referenceCount(), -1);
-    auto* g = new (&manager) SettingGroup("Pooled");
-    auto* s = new (&manager) IntSetting(*g, "n", 1);
-    auto* t = new (&manager) TypedSetting<QString>(*g, "t", "x");
-    EXPECT_TRUE(MemoryPool::isPointerFromPool(g));
-    EXPECT_TRUE(MemoryPool::isPointerFromPool(s));
-    EXPECT_GE(manager.getAllocatedSize(), sizeof(SettingGroup) + sizeof(IntSetting));
-    EXPECT_EQ(g->getSettingCount(), 2);
-    delete s;
-    delete t;
-    delete g;
-    EXPECT_EQ(manager.getAllocatedSize(), 0u) << "plain delete must find the manager again";
+// Pops undo every change of the frame, silently and without restoring the modifier, for
+// settings whose group is gone too.
+TEST_F(SettingTest, PopRestoresSeveralChangesSilently) {
+    IntSetting a(group, "a", 1);
+    Counter watch(a);
+    auto* doomed = new SettingGroup("Short");
+    TypedSetting<QString> groupless(*doomed, "t", "old");
+    delete doomed;
+    Setting::pushAllSettings();
+    a.set(2);
+    Setting::sCurrentModifier = 9;
+    a.set(3);
+    groupless.set("new");
+    EXPECT_EQ(watch.changed, 2);
+    EXPECT_TRUE(Setting::popAllSettings());
+    EXPECT_EQ(a.getValue(), 1);
+    EXPECT_EQ(groupless.getValue(), "old");
+    EXPECT_EQ(watch.changed, 2) << "restoring is silent";
+    EXPECT_EQ(a.getModifier(), 9u) << "the modifier is not restored";
+    EXPECT_FALSE(a.popSetting()) << "every saved value was used up";
+}
+
+TEST_F(SettingTest, NestedFramesRecordOnlyInTheInnermost) {
+    IntSetting a(group, "a", 1);
+    TypedSetting<QString> t(group, "t", "start");
+    Setting::pushAllSettings();
+    a.set(2);
+    Setting::pushAllSettings();  // stays empty, and still pops once
+    Setting::pushAllSettings();
+    a.set(3);
+    t.set("inner");
+    a.set(4);
+    EXPECT_TRUE(Setting::popAllSettings());
+    EXPECT_EQ(a.getValue(), 2);
+    EXPECT_EQ(t.getValue(), "start");
+    EXPECT_TRUE(Setting::popAllSettings());
+    EXPECT_EQ(a.getValue(), 2);
+    EXPECT_TRUE(Setting::popAllSettings());
+    EXPECT_EQ(a.getValue(), 1);
+    EXPECT_FALSE(Setting::popAllSettings());
+    EXPECT_FALSE(Setting::popAllSettings()) << "still nothing to pop";
+}
+
+TEST_F(SettingTest, OnlyEffectiveChangesAreRecorded) {
+    CountingSetting a(group, "a", 7);
+    Setting::pushAllSettings();
+    a.set(7);
+    a.fromString("7");
+    EXPECT_EQ(a.pushes, 0);
+    a.set(8);
+    a.set(7);
+    EXPECT_EQ(a.pushes, 2) << "one record per effective change";
+    EXPECT_TRUE(Setting::popAllSettings());
+    EXPECT_EQ(a.pops, 2);
+    a.set(9);
+    EXPECT_EQ(a.pushes, 2) << "no frame open, nothing recorded";
 }
 
 }  // namespace
