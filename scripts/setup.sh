@@ -2,8 +2,11 @@
 # Installs what building and testing mirel needs, from Debian's packages, when missing.
 set -euo pipefail
 
+# clang and its runtime build the fuzz targets; GeographicLib, Hinnant's date and pugixml
+# are the baselines of the parser benchmarks only.
 packages=(build-essential cmake ninja-build pkg-config qt6-base-dev libexpat1-dev
-          libgtest-dev libgmock-dev libbenchmark-dev)
+          libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
+          libgeographiclib-dev libhowardhinnant-date-dev libpugixml-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
