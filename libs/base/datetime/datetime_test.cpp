@@ -97,6 +97,7 @@ TEST(DateTimeArithmetic, AddFollowsTheScheduleRules) {
         // Past 2^24 the month quotient rounds up and leaves month 0; sums wrap in 32 bits.
         {"2^24 + 7 months", dt(2000, 1, 1), {0, 16777223, 0, 0, 0, 0}, dt(1400102, 0, 1)},
         {"year wraps", dt(kMax32, 6, 1), {1, 0, 0, 0, 0, 0}, dt(kMin32, 6, 1)},
+        {"month sum wraps", dt(2006, 6, 1), {0, kMax32, 0, 0, 0, 0}, dt(-178954970, 69, 1)},
     };
     for (Row& r : rows) {
         DateTime d = r.start;
@@ -163,7 +164,7 @@ TEST(DateTimeScale, SecondsCountFromOneDayBeforeYearZero) {
         // Every year before 1 counts as year 0, but its own leap day still counts.
         {dt(-5, 1, 1), 1}, {dt(-5, 3, 1), 60}, {dt(-4, 3, 1), 61},
         // Month 13 is the table's last entry; month 0 is December of the year before.
-        {dt(0, 13, 1), 1 + 365 + 1}, {dt(1, 0, 1), 1 + 334 + 1}};
+        {dt(0, 13, 1), 1 + 365 + 1}, {dt(-1, 13, 1), 365 + 1}, {dt(1, 0, 1), 1 + 334 + 1}};
     for (const auto& r : rows) EXPECT_EQ(r.d.toSeconds(), r.days * 86400) << show(r.d);
     EXPECT_EQ(dt(0, 1, 1, 1, 2, 3).toSeconds(), 86400 + 3723);
     EXPECT_DOUBLE_EQ(dt(2006, 7, 4).toCurrentTime(), double(dt(2006, 7, 4).toSeconds()) - System::getStartTime());
