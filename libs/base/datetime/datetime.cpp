@@ -2,6 +2,7 @@
 // quotient goes through floorDiv(), so large values round the way they always have.
 #include "base/datetime/datetime.h"
 
+#include <algorithm>
 #include <bit>
 #include <limits>
 
@@ -24,7 +25,7 @@ constexpr std::int64_t kSecsPerDay = 86400;
 constexpr std::int64_t kInt32Min = std::numeric_limits<std::int32_t>::min();
 constexpr std::int64_t kInt32Max = std::numeric_limits<std::int32_t>::max();
 
-std::int64_t exactFloorDiv(std::int64_t x, std::int64_t n);
+std::int64_t exactFloorDiv(std::int64_t x, std::int64_t n) { return x / n - (x % n != 0 && x < 0 ? 1 : 0); }
 
 bool divisible(std::int64_t a, int n) { return a - n * floorDiv(a, n) == 0; }
 
@@ -40,8 +41,6 @@ std::int64_t exactLeapYearsIn(std::int64_t a, std::int64_t b) {
     auto upTo = [](std::int64_t x) { return exactFloorDiv(x, 4) - exactFloorDiv(x, 100) + exactFloorDiv(x, 400); };
     return upTo(b - 1) - upTo(a - 1);
 }
-
-std::int64_t exactFloorDiv(std::int64_t x, std::int64_t n) { return x / n - (x % n != 0 && x < 0 ? 1 : 0); }
 
 // Multiples of `m` in [lo, hi).
 std::int64_t multiplesIn(std::int64_t lo, std::int64_t hi, std::int64_t m) {
