@@ -7,8 +7,9 @@
 // The length rules are kept as they always were: a year alone needs 4 characters but
 // only 2 before "-"; a zone's hours, sign included, take exactly 2 characters, so -05:00
 // is refused while -5:30 reads as -5 h -30 min; anything after Z is ignored. Numbers are
-// read like "%d" and "%lf" of scanf: "12ab" in a field reads as 12. Fields are not
-// range-checked, and fields the text does not reach keep their old values.
+// read like "%d" and "%lf" of scanf in the C locale, whatever the application's: "12ab"
+// in a field reads as 12, "30.9" as 30 seconds. Fields are not range-checked, and fields
+// the text does not reach keep their old values.
 //
 // Parsing and toString() keep their working text per call: both are reentrant and may run
 // on several threads at once (on different values).
