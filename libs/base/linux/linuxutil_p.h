@@ -1,0 +1,46 @@
+// Helpers of the Linux platform layer: the pure pieces of its queries (parsing kernel
+// texts, mapping numbers onto the library's codes) and the checks every path takes on its
+// way to the system. Exported only so that tests can drive them with made-up inputs.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <cstdint>
+
+#include "base/mirel_export.h"
+#include "base/system/system.h"
+
+namespace mirel::linuxutil {
+
+// The leading numbers of a kernel release, separated by "." or "-", up to four; the rest
+// stay 0. "6.1.0-18-amd64" gives 6 1 0 18; "6.8.0-rc1" gives 6 8 0 0.
+MIREL_EXPORT void parseKernelRelease(const char* release, int numbers[4]);
+
+// The version text for any family: "(a.b.c)" for kOSMacOSX, "(a.b.c.d)" for kOSLinux,
+// "(Service Pack d)" for all others, after the family's display name.
+MIREL_EXPORT QString formatOSVersionString(System::OSVersion os, int major, int minor,
+                                           int bugfix, int build);
+
+// The processor code for an x86 CPUID family: 3, 4, 5 as they are, 6 for 6 and above, 3
+// for anything below 3.
+MIREL_EXPORT unsigned long processorTypeForFamily(unsigned family);
+
+// A byte count in MB by an arithmetic shift that rounds toward zero.
+MIREL_EXPORT int bytesToMB(std::int32_t bytes);
+// Bytes capped at 0x7FFFFFFF, then in MB; negative counts are taken as the cap.
+MIREL_EXPORT int cappedMB(long long bytes);
+
+// The value in kB of `key` ("MemFree") in a /proc/meminfo text; -1 when absent.
+MIREL_EXPORT long long meminfoKB(const QByteArray& meminfo, const char* key);
+// The value of `key` ("pswpout") in a /proc/vmstat text; -1 when absent.
+MIREL_EXPORT long long vmstatValue(const QByteArray& vmstat, const char* key);
+
+// The UTF-8 form of `path` for the system, or false when it cannot name the same file
+// there: an embedded NUL would cut it short, an unpaired surrogate would be replaced.
+MIREL_EXPORT bool systemPath(const QString& path, QByteArray& out);
+
+// A whole small file of /proc or /sys; empty when unreadable.
+QByteArray readProcFile(const char* path);
+
+}  // namespace mirel::linuxutil
