@@ -134,10 +134,17 @@ QString BinRes::ExtractToDisk(const QString& type, int id, const QString&) {
 
 QString BinRes::SearchLocaleDirsForResource(const QString& type, const QString& name,
                                             const QString& dir, const QString& suffix) {
+    return SearchLocaleDirsForResource(type, name, dir, suffix,
+                                       System::getPreferredLocaleList());
+}
+
+QString BinRes::SearchLocaleDirsForResource(const QString& type, const QString& name,
+                                            const QString& dir, const QString& suffix,
+                                            const QStringList& locales) {
     const QString fileName = name + QLatin1Char('.') + type;
     const QString plain = dir + QLatin1Char('/') + fileName;
     if (file::exists(plain)) return plain;
-    for (const QString& locale : System::getPreferredLocaleList()) {
+    for (const QString& locale : locales) {
         QString candidate = dir + QLatin1Char('/') + locale + QLatin1Char('.') + suffix +
                             QLatin1Char('/') + fileName;
         if (file::exists(candidate)) return candidate;

@@ -9,6 +9,7 @@
 
 #include <QPixmap>
 #include <QString>
+#include <QStringList>
 
 #include <cstdint>
 
@@ -60,6 +61,10 @@ public:
     // existing file wins; empty when none exists.
     static QString SearchLocaleDirsForResource(const QString& type, const QString& name,
                                                const QString& dir, const QString& suffix);
+    // The same search over `locales` instead of the preferred ones.
+    static QString SearchLocaleDirsForResource(const QString& type, const QString& name,
+                                               const QString& dir, const QString& suffix,
+                                               const QStringList& locales);
     // A flag for the user-interface code; nothing here reads it.
     static void setUseMirelStyle(bool use);
     static bool useMirelStyle();
