@@ -31,6 +31,10 @@ MIREL_EXPORT int bytesToMB(std::int32_t bytes);
 // Bytes capped at 0x7FFFFFFF, then in MB; negative counts are taken as the cap.
 MIREL_EXPORT int cappedMB(long long bytes);
 
+// getTotalMemoryMB()'s figure from a /proc/meminfo text: free + active + inactive +
+// unevictable bytes, whole pages of `pageSize`, the byte count taken in 32 bits, in MB.
+MIREL_EXPORT int totalMemoryMB(const QByteArray& meminfo, long pageSize);
+
 // The value in kB of `key` ("MemFree") in a /proc/meminfo text; -1 when absent.
 MIREL_EXPORT long long meminfoKB(const QByteArray& meminfo, const char* key);
 // The value of `key` ("pswpout") in a /proc/vmstat text; -1 when absent.

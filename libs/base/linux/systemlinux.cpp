@@ -103,6 +103,20 @@ long long vmstatValue(const QByteArray& vmstat, const char* key) {
     return fieldValue(vmstat, key, ' ');
 }
 
+int totalMemoryMB(const QByteArray& meminfo, long pageSize) {
+    auto bytes = [&](const char* key) {
+        const long long kb = meminfoKB(meminfo, key);
+        return kb < 0 ? 0 : kb * 1024;
+    };
+    const long long pages = (bytes("MemFree") + bytes("Active") + bytes("Inactive") +
+                             bytes("Unevictable")) /
+                            pageSize;
+    // The product in 32 bits wraps at 4 GiB on purpose; the shift is unsigned.
+    const std::uint32_t product =
+        static_cast<std::uint32_t>(pages) * static_cast<std::uint32_t>(pageSize);
+    return static_cast<int>(product >> 20);
+}
+
 QByteArray readProcFile(const char* path) {
     // /proc files report a size of 0, so they are read until the end, not by their size.
     const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
@@ -215,16 +229,8 @@ void System::getUsedMemoryMB(int& used, int& paged) {
 }
 
 void System::getTotalMemoryMB(int& total, int& total4) {
-    const QByteArray meminfo = linuxutil::readProcFile("/proc/meminfo");
-    const long long pageSize = sysconf(_SC_PAGESIZE);
-    const long long pages = (meminfoBytes(meminfo, "MemFree") + meminfoBytes(meminfo, "Active") +
-                             meminfoBytes(meminfo, "Inactive") +
-                             meminfoBytes(meminfo, "Unevictable")) /
-                            pageSize;
-    // The product in 32 bits wraps at 4 GiB on purpose; the shift is unsigned.
-    const std::uint32_t bytes =
-        static_cast<std::uint32_t>(pages) * static_cast<std::uint32_t>(pageSize);
-    total = static_cast<int>(bytes >> 20);
+    total = linuxutil::totalMemoryMB(linuxutil::readProcFile("/proc/meminfo"),
+                                     sysconf(_SC_PAGESIZE));
     total4 = total * 4;
 }
 

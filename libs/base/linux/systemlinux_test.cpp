@@ -187,6 +187,11 @@ TEST(PlatformFacts, KernelTablesParse) {
     EXPECT_EQ(linuxutil::meminfoKB(meminfo, "Active"), 77);
     EXPECT_EQ(linuxutil::meminfoKB(meminfo, "Mem"), -1);
     EXPECT_EQ(linuxutil::meminfoKB(QByteArray(), "MemFree"), -1);
+    // 6 GiB + 3 MiB in the four counted fields wraps to 2051 MB; MemTotal is not counted.
+    const QByteArray big = "MemTotal: 99999999 kB\nMemFree: 1048576 kB\nActive: 2097152 kB\n"
+                           "Inactive: 3145728 kB\nUnevictable: 3072 kB\nActive(file): 7 kB\n";
+    EXPECT_EQ(linuxutil::totalMemoryMB(big, 4096), 2051);
+    EXPECT_EQ(linuxutil::totalMemoryMB(QByteArray(), 4096), 0);
     const QByteArray vmstat = "pswpin 5\npswpout 42\n";
     EXPECT_EQ(linuxutil::vmstatValue(vmstat, "pswpout"), 42);
     EXPECT_EQ(linuxutil::vmstatValue(vmstat, "pswp"), -1);
