@@ -132,7 +132,9 @@ TEST_F(Files, HostilePathsFailCleanly) {
     const QString lone = at(QString("s") + QChar(0xD800));
     EXPECT_EQ(System::makeAbsDirPath(lone), 0xC0000008u);
     EXPECT_EQ(System::open(lone, O_WRONLY | O_CREAT, 0600), -1);
+    EXPECT_EQ(System::open(at(QString("t") + QChar(0xDC00) + "u"), O_WRONLY | O_CREAT, 0600), -1);
     EXPECT_FALSE(QFileInfo::exists(at(QString("s") + QChar(0xFFFD))));
+    EXPECT_FALSE(QFileInfo::exists(at(QString("t") + QChar(0xFFFD) + "u")));
 
     // A file whose name is not UTF-8 is listed with a name that does not lead back to it.
     const QByteArray raw = QFile::encodeName(tmp.path()) + "/\xff\xfe.bin";
