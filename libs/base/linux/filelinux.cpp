@@ -23,27 +23,6 @@ namespace mirel {
 
 namespace fs = std::filesystem;
 
-namespace linuxutil {
-
-bool systemPath(const QString& path, QByteArray& out) {
-    const qsizetype n = path.size();
-    const QChar* units = path.constData();
-    for (qsizetype i = 0; i < n; ++i) {
-        const char16_t u = units[i].unicode();
-        if (u == 0) return false;
-        if (QChar::isHighSurrogate(u)) {
-            if (i + 1 >= n || !QChar::isLowSurrogate(units[i + 1].unicode())) return false;
-            ++i;
-        } else if (QChar::isLowSurrogate(u)) {
-            return false;
-        }
-    }
-    out = path.toUtf8();
-    return true;
-}
-
-}  // namespace linuxutil
-
 namespace {
 
 constexpr const char* kAppFolder = "/Vantor Mirel";

@@ -1,6 +1,8 @@
 // Helpers of the Linux platform layer: the pure pieces of its queries (parsing kernel
-// texts, mapping numbers onto the library's codes) and the checks every path takes on its
-// way to the system. Exported only so that tests can drive them with made-up inputs.
+// texts, mapping numbers onto the library's codes), the checks every path takes on its way
+// to the system, and the two services the lower layers need from the OS (a sleep and the
+// processor count) so that they never reach up into System for them. The exported ones
+// are exported only so that tests can drive them with made-up inputs.
 #pragma once
 
 #include <QByteArray>
@@ -9,18 +11,25 @@
 #include <cstdint>
 
 #include "base/mirel_export.h"
-#include "base/system/system.h"
 
 namespace mirel::linuxutil {
+
+// Sleeps `ms` milliseconds with nanosleep(); -1 sleeps for ever (0x7FFFFFFF seconds), other
+// negative values fail at once. 0 or the platform's error return, as nanosleep() gives it.
+int sleepMilliseconds(int ms);
+// Processors currently online.
+int onlineProcessors();
 
 // The leading numbers of a kernel release, separated by "." or "-", up to four; the rest
 // stay 0. "6.1.0-18-amd64" gives 6 1 0 18; "6.8.0-rc1" gives 6 8 0 0.
 MIREL_EXPORT void parseKernelRelease(const char* release, int numbers[4]);
 
-// The version text for any family: "(a.b.c)" for kOSMacOSX, "(a.b.c.d)" for kOSLinux,
+// The display name of an OS family (System::OSVersion); "UNKNOWN " outside the table.
+MIREL_EXPORT QString osDisplayName(std::int32_t os);
+// The version text for any family: "(a.b.c)" for Mac OS X (9), "(a.b.c.d)" for Linux (10),
 // "(Service Pack d)" for all others, after the family's display name.
-MIREL_EXPORT QString formatOSVersionString(System::OSVersion os, int major, int minor,
-                                           int bugfix, int build);
+MIREL_EXPORT QString formatOSVersionString(std::int32_t os, int major, int minor, int bugfix,
+                                           int build);
 
 // The processor code for an x86 CPUID family: 3, 4, 5 as they are, 6 for 6 and above, 3
 // for anything below 3.

@@ -40,7 +40,8 @@ public:
     QString getFilePath() const;
     // Opens the file with lazy binding, its symbols made global. An empty name is marked
     // loaded without opening anything. False when already loaded, or when the file cannot
-    // be opened: then "Failed to load "<path>" because "<reason>"" goes to standard error.
+    // be opened: then one line, Failed to load "PATH" because "REASON", goes to standard
+    // error.
     bool load();
     // Closes the library; false when not loaded, when nothing was opened (an empty name) or
     // when the system refuses. It is marked unloaded either way.

@@ -7,11 +7,18 @@
 //                  POSIX file calls on QString paths with 64-bit offsets (see also file.h)
 //   locale, web    current and preferred locales, localised support addresses, the browser
 //   clocks         time since load, wall clock, frame clock, random numbers
-//   message boxes  AsyncMessageBox from any thread
+//   message boxes  AsyncMessageBox from any thread, through the timer layer
 //
-// Plug-ins are in library.h, resource files in binres.h. The OS-facing code lives in the
-// platform layer (libs/base/linux/); this header includes no OS header beyond
-// <sys/types.h>.
+// Plug-ins are in library.h, resource files in binres.h. Where the code lives:
+//
+//   system/   the portable half: clocks and random numbers, locale and addresses,
+//             resources, the message-box hand-off
+//   linux/    everything that talks to the OS: threads, clocks, platform facts, files,
+//             plug-ins, the resource folder; its private helper header linuxutil_p.h also
+//             serves the layers below System (locks, status codes, worker groups), which
+//             sleep and count processors through it rather than reaching up into System
+//
+// This header includes no OS header beyond <sys/types.h>.
 //
 // Results follow the platform: 0 is success and other values are the platform's error
 // numbers, passed through unchanged; file calls return -1 and leave the reason in
