@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/memory/heapmanager.h"
+#include "base/memory/memorypool_p.h"
 #include "base/memory/mspace.h"
 #include "base/testing/testutil.h"
 
