@@ -90,14 +90,19 @@ std::vector<std::uintptr_t> expectExactAround(MemoryPool& pool, Op op) {
     op();
     const std::vector<MMapRange> after = pool.getRanges();
     std::vector<std::uintptr_t> released;
+    long wrong = 0;
+    std::uintptr_t firstWrong = 0;
     for (std::uintptr_t p : before) {
         const bool isMapped = mapped(p);
-        EXPECT_EQ(listed(after, p), isMapped) << std::hex << p;
-        EXPECT_EQ(inRegistry(p), isMapped) << std::hex << p;
-        EXPECT_EQ(MemoryPool::isPointerFromPool(reinterpret_cast<void*>(p + kPage - 1)), isMapped)
-            << std::hex << p;
+        const bool lastByte =
+            MemoryPool::isPointerFromPool(reinterpret_cast<void*>(p + kPage - 1));
+        if (listed(after, p) != isMapped || inRegistry(p) != isMapped || lastByte != isMapped) {
+            if (wrong++ == 0) firstWrong = p;
+        }
         if (!isMapped) released.push_back(p);
     }
+    EXPECT_EQ(wrong, 0) << "pages whose listing disagrees with the system, the first at 0x"
+                        << std::hex << firstWrong;
     return released;
 }
 
@@ -134,23 +139,31 @@ TEST_F(PoolRanges, WhatTheArenaGivesBackLeavesTheRegistryAndIsNeverUnmappedAgain
 
     // Someone else's mappings where the pool's used to be.
     std::vector<std::uintptr_t> taken;
+    long claimed = 0;
     for (std::uintptr_t p : released) {
         void* got = mmap(reinterpret_cast<void*>(p), kPage, PROT_READ | PROT_WRITE,
                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
         if (got == MAP_FAILED) continue;  // another mapping of this process got there first
         ASSERT_EQ(got, reinterpret_cast<void*>(p));
         *static_cast<std::uintptr_t*>(got) = p;
-        EXPECT_FALSE(MemoryPool::isPointerFromPool(got));
+        claimed += MemoryPool::isPointerFromPool(got);
         taken.push_back(p);
     }
+    EXPECT_EQ(claimed, 0) << "someone else's pages taken for the pool's";
     ASSERT_GT(taken.size(), released.size() / 2);
     pool.reset();
+    long lost = 0;
     for (std::uintptr_t p : taken) {
-        ASSERT_TRUE(mapped(p)) << "the pool's destruction unmapped a range it no longer owned";
+        if (!mapped(p)) {
+            ++lost;
+            continue;
+        }
         EXPECT_EQ(*reinterpret_cast<std::uintptr_t*>(p), p);
-        EXPECT_FALSE(MemoryPool::isPointerFromPool(reinterpret_cast<void*>(p)));
+        claimed += MemoryPool::isPointerFromPool(reinterpret_cast<void*>(p));
         munmap(reinterpret_cast<void*>(p), kPage);
     }
+    EXPECT_EQ(lost, 0) << "pages the pool no longer owned were unmapped by its destruction";
+    EXPECT_EQ(claimed, 0);
 }
 
 // A pool grown by twelve 3 MiB blocks, some still in use, one mapped by itself and still in
@@ -177,14 +190,15 @@ TEST_F(PoolRanges, DestructionUnmapsEveryOwnedPageExactlyOnce) {
         for (std::uintptr_t p = gLog[i].start; p < gLog[i].start + gLog[i].size; p += kPage)
             ++unmapped[p];
     }
-    for (const auto& [page, count] : unmapped) {
-        EXPECT_EQ(count, 1) << "page " << std::hex << page << " unmapped " << std::dec << count
-                            << " times";
-    }
+    long twice = 0, leftMapped = 0, stillListed = 0;
+    for (const auto& [page, count] : unmapped) twice += count > 1;
     for (std::uintptr_t p : owned) {
-        EXPECT_EQ(unmapped.count(p), 1u) << "owned page " << std::hex << p << " left mapped";
-        EXPECT_FALSE(MemoryPool::isPointerFromPool(reinterpret_cast<void*>(p)));
+        leftMapped += unmapped.count(p) == 0;
+        stillListed += MemoryPool::isPointerFromPool(reinterpret_cast<void*>(p));
     }
+    EXPECT_EQ(twice, 0) << "pages unmapped more than once";
+    EXPECT_EQ(leftMapped, 0) << "owned pages left mapped";
+    EXPECT_EQ(stillListed, 0);
     EXPECT_EQ(unmapped.size(), owned.size()) << "only the pool's own pages are unmapped";
 }
 
@@ -218,7 +232,7 @@ TEST_F(PoolRanges, ThreadsStartingWhilePoolsGiveRangesBack) {
     std::atomic<long> wrong{0}, started{0};
     testing::runTogether(4, [&](int t) {
         if (t < 2) {
-            for (int k = 0; k < 40; ++k) {
+            for (int k = 0; k < 500; ++k) {
                 MemoryPool pool("churn", 1 << 16);
                 std::vector<void*> blocks;
                 for (int i = 0; i < 6; ++i) {
@@ -238,8 +252,10 @@ TEST_F(PoolRanges, ThreadsStartingWhilePoolsGiveRangesBack) {
                 volatile char onStack[8192];
                 for (std::size_t i = 0; i < sizeof onStack; i += 512) onStack[i] = 1;
                 if (MemoryPool::isPointerFromPool(const_cast<char*>(onStack))) ++wrong;
-                void* big = std::malloc(3 << 20);
-                std::memset(big, 1, 3 << 20);
+                // The sizes the pools give back, so the system has a reason to reuse them.
+                const std::size_t size = std::size_t{t == 2 ? 1u : 5u} << 20;
+                void* big = std::malloc(size);
+                std::memset(big, 1, size);
                 if (MemoryPool::isPointerFromPool(big)) ++wrong;
                 std::free(big);
             });
