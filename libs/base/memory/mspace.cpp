@@ -1079,6 +1079,12 @@ ARENA_CODE void mspace_free(mspace msp, void* mem) {
                 return autoTrim(m);
             return;
         }
+        if (next == m.dv) {
+            m.dv = p;
+            m.dvSize += size;
+            setFree(p, m.dvSize);
+            return;
+        }
         if ((nextHead & kInUse) != 0 && size < kMinLarge) {
             next->head = nextHead & ~kPrevInUse;
             setFree(p, size);
