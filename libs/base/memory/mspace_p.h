@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "base/memory/mspace.h"
+
 #if defined(__SANITIZE_ADDRESS__)
 #define ARENA_CODE __attribute__((no_sanitize_address))
 #else

@@ -1,6 +1,6 @@
 // The arena's consistency checker: walks every segment, chunk, bin and tree of a space
-// and reports the first broken invariant without changing anything. Used by tests, the
-// stress program and `mirel pool`; never on an allocation path.
+// and reports the first broken invariant without changing anything. Used by tests and the
+// stress program; never on an allocation path.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
