@@ -1,6 +1,7 @@
 // Memory pools: named regions of process memory, each managed by its own arena, and the
-// process-wide registry of every address range pools obtained from the system. The
-// registry is what lets doDelete() tell a pool block from a process-heap block by address.
+// process-wide registry of the address ranges pools hold from the system (a range leaves it
+// when the arena gives it back). The registry is what lets doDelete() tell a pool block
+// from a process-heap block by address.
 //
 // Create a pool, then place objects in it through HeapManager (heapmanager.h), which shares
 // the pool by reference count. A pool is not a limit: it grows by further mappings.
