@@ -76,8 +76,9 @@ void showTrim(Output& out, MemoryPool& pool) {
     for (const MMapRange& r : ranges) rangeList.append(rangeJson(r));
     if (out.json()) {
         QJsonObject data = out.data;
+        const double footprint = static_cast<double>(mspace_footprint(arena));
         data.insert("afterTrim", QJsonObject{{"released", static_cast<double>(released)},
-                                             {"footprint", static_cast<double>(mspace_footprint(arena))},
+                                             {"footprint", footprint},
                                              {"ranges", rangeList}});
         out.data = data;
         return;
@@ -190,7 +191,8 @@ void configurePool(QCommandLineParser& parser) {
     parser.addOption({"min-size", "Smallest block in bytes (1-16777216).", "BYTES", "16"});
     parser.addOption({"max-size", "Largest block in bytes (1-16777216).", "BYTES", "4096"});
     parser.addOption({"seed", "Seed of the block sizes (0-4294967295).", "S", "1"});
-    parser.addOption({"trim", "At the end, free every block, trim the arena and show what is left."});
+    parser.addOption({"trim", "At the end, free every block, trim the arena and show what is "
+                              "left."});
 }
 
 int runPool(const QCommandLineParser& parser, Output& out) {

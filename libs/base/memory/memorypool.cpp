@@ -263,6 +263,9 @@ void* MemoryPool::mmapCB(unsigned long size, void* context) {
 
 int MemoryPool::munmapCB(char* base, unsigned long size, void* context) {
     auto* pool = static_cast<MemoryPool*>(context);
+    // After the registry's teardown at static destruction there is nothing to keep.
+    if (sRanges == nullptr || sRangesLock == nullptr)
+        return default_munmap_func(base, size, nullptr);
     CSMutex guard(*sRangesLock);
     // Out of the registry before the system has the range back: from then on any thread's
     // next mapping may land there, and its blocks must not be taken for this pool's.
