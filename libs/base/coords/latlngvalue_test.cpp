@@ -57,6 +57,8 @@ TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
         {"10 61 0", false, 0},
         {"10 0 60,5", true, 10.0 + 60.5 / 3600.0},
         {"180\u00b0 60' 60''", true, 180.0 + 1.0 + 1.0 / 60.0},
+        // Summed as degrees + minutes / 60 + seconds / 3600, to the last bit.
+        {"0 0 4.9", true, 4.9 / 3600.0},
         // Whole-text match: nothing outside the pattern.
         {"", false, 0},
         {" 37.5", false, 0},
@@ -81,7 +83,7 @@ TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
         const QString text = QString::fromUtf8(row.text);
         double result = kUntouched;
         EXPECT_EQ(LatLngValue::Parse(text, &result), row.ok) << row.text;
-        EXPECT_DOUBLE_EQ(result, row.ok ? row.value : kUntouched) << row.text;
+        EXPECT_EQ(result, row.ok ? row.value : kUntouched) << row.text;
     }
 }
 
