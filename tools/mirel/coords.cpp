@@ -109,17 +109,14 @@ int runFind(const QString& name, Output& out) {
         const QRegularExpressionMatch m = it.next();
         const qsizetype at = m.capturedStart(1);
         const qsizetype lineStart = text.lastIndexOf(QLatin1Char('\n'), at - 1) + 1;
-        // The signed form may take blanks before the first number; the parser refuses
-        // them, so they are dropped before parsing.
         const QString match = m.captured(1);
-        const QString trimmed = match.trimmed();
         QJsonObject r{{"line", static_cast<int>(text.left(at).count(QLatin1Char('\n')) + 1)},
                       {"column", static_cast<int>(at - lineStart + 1)},
                       {"match", match}};
         double lat = 0, lng = 0;
-        if (LatLngPair::Parse(trimmed, &lat, &lng)) {
+        if (LatLngPair::Parse(match, &lat, &lng)) {
             ++parsed;
-            r["notation"] = pairNotation(trimmed);
+            r["notation"] = pairNotation(match);
             r["lat"] = lat;
             r["lng"] = lng;
         }

@@ -90,7 +90,7 @@ public:
 // One latitude: 33.9 S, S 33.9, -33.9. No range test: 95 N reads as 95.
 class MIREL_EXPORT LatValue {
 public:
-    LatValue(double* target);
+    explicit LatValue(double* target);
     LatValue();
     ~LatValue();
 
@@ -111,7 +111,7 @@ public:
 // 180 degrees of a value.
 class MIREL_EXPORT LngValue {
 public:
-    LngValue(double* target);
+    explicit LngValue(double* target);
     LngValue();
     ~LngValue();
 

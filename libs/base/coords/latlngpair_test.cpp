@@ -67,6 +67,9 @@ const PairRow kPairs[] = {
     {"20 N 10 61 E", false, 0, 0},
     // Whole text, and the shapes that are no pair.
     {" 37.42 N 122.08 W", false, 0, 0},
+    // ...except that the signed form's "([-+])?\s*" lets blanks lead.
+    {" 37.5 120.25", true, 37.5, 120.25},
+    {"37.5 120.25 ", false, 0, 0},
     {"37.42 N 122.08 W ", false, 0, 0},
     {"37.42 N 122.08 W x", false, 0, 0},
     {"37.42 N ,, 122.08 W", false, 0, 0},
@@ -170,6 +173,7 @@ TEST(LatLngValues, SingleAxesTakeTheirOwnLettersAndNoRangeOrComma) {
         {true, "95 N", true, 95},        {true, "33\u00b0 54' S", true, -33.9},
         {true, "33.9 E", false, 0},      {true, "W 33.9", false, 0},       {true, "33,9", false, 0},
         {true, "200 N", false, 0},       {true, "33.9 N ", false, 0},      {true, "--33.9", false, 0},
+        {true, " - 33.9", false, 0},     {true, "- 33.9", true, -33.9},    {true, " 33.9", true, 33.9},
         {false, "122.08 W", true, -122.08}, {false, "E 122", true, 122},   {false, "w122", true, -122},
         {false, "- 122", true, -122},    {false, "180 E", true, 180},      {false, "122 N", false, 0},
         {false, "S 122", false, 0},      {false, "181 W", false, 0},       {false, "", false, 0},
