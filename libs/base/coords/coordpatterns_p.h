@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringView>
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 
@@ -43,15 +44,26 @@ inline std::int32_t truncated(double d) {
 // The value rules on captured numbers. `Reader` turns digits into a double: read(text, &d)
 // reports whether the text read, fraction(digits) is "0." + digits or -1.0.
 template <class Reader>
-bool evaluateDF(const Reader& r, QStringView number, QStringView fraction, bool comma, double* value) {
+bool readDegrees(const Reader& r, QStringView text, std::int32_t* degrees) {
     double d = 0;
+    if (!r.read(text, &d)) return false;
+    *degrees = truncated(d);
+    return *degrees >= 0 && *degrees <= 180;
+}
+
+// The digits after a decimal comma, or 0 without one.
+template <class Reader>
+bool commaFraction(const Reader& r, QStringView digits, bool comma, double* f) {
+    *f = comma ? r.fraction(digits) : 0.0;
+    return *f >= 0 && *f <= 1;
+}
+
+template <class Reader>
+bool evaluateDF(const Reader& r, QStringView number, QStringView fraction, bool comma, double* value) {
+    double d = 0, f = 0;
     if (!r.read(number, &d) || d < 0 || d > 180) return false;
     // The range test comes before the fraction: 180,5 passes where 180.5 does not.
-    double f = 0;
-    if (comma) {
-        f = r.fraction(fraction);
-        if (f < 0 || f > 1) return false;
-    }
+    if (!commaFraction(r, fraction, comma, &f)) return false;
     *value = d + f;
     return true;
 }
@@ -59,16 +71,11 @@ bool evaluateDF(const Reader& r, QStringView number, QStringView fraction, bool 
 template <class Reader>
 bool evaluateDMF(const Reader& r, QStringView deg, QStringView min, QStringView fraction, bool comma,
                  double* value) {
-    double d = 0, m = 0;
-    if (!r.read(deg, &d)) return false;
-    const std::int32_t degrees = truncated(d);
-    if (degrees < 0 || degrees > 180) return false;
+    std::int32_t degrees = 0;
+    double m = 0, f = 0;
+    if (!readDegrees(r, deg, &degrees)) return false;
     if (!r.read(min, &m) || m < 0 || m > 60) return false;
-    double f = 0;
-    if (comma) {
-        f = r.fraction(fraction);
-        if (f < 0 || f > 1) return false;
-    }
+    if (!commaFraction(r, fraction, comma, &f)) return false;
     *value = degrees + (m + f) / 60.0;
     return true;
 }
@@ -76,22 +83,23 @@ bool evaluateDMF(const Reader& r, QStringView deg, QStringView min, QStringView 
 template <class Reader>
 bool evaluateDMSF(const Reader& r, QStringView deg, QStringView min, QStringView sec, QStringView fraction,
                   bool comma, double* value) {
-    double d = 0, m = 0, s = 0;
-    if (!r.read(deg, &d)) return false;
-    const std::int32_t degrees = truncated(d);
-    if (degrees < 0 || degrees > 180) return false;
-    if (!r.read(min, &m)) return false;
+    std::int32_t degrees = 0;
+    double m = 0, s = 0, f = 0;
+    if (!readDegrees(r, deg, &degrees) || !r.read(min, &m)) return false;
     const std::int32_t minutes = truncated(m);
     if (minutes < 0 || minutes > 60) return false;
     if (!r.read(sec, &s) || s < 0 || s > 60) return false;
-    double f = 0;
-    if (comma) {
-        f = r.fraction(fraction);
-        if (f < 0 || f > 1) return false;
-    }
+    if (!commaFraction(r, fraction, comma, &f)) return false;
     // No test of the total: 180° 60' 60'' stays about 181.0167.
     *value = degrees + minutes / 60.0 + (s + f) / 3600.0;
     return true;
+}
+
+// Records a pattern set made on first use where its class keeps it, and hands it on.
+template <class T>
+T* publish(T* instance, std::atomic<T*>& slot) {
+    slot.store(instance, std::memory_order_release);
+    return instance;
 }
 
 // The pattern-matching path alone, without the scanner: the definition the scanner is held

@@ -194,33 +194,21 @@ LatLngPairPatterns::LatLngPairPatterns() {
 
 // Function-local statics, so two threads racing on the first parse share one instance.
 LatLngPairPatterns* LatLngPairPatterns::getSingleton() {
-    static LatLngPairPatterns* const instance = [] {
-        auto* p = new LatLngPairPatterns;
-        sSingleton.store(p, std::memory_order_release);
-        return p;
-    }();
+    static LatLngPairPatterns* const instance = coords::publish(new LatLngPairPatterns, sSingleton);
     return instance;
 }
 
 LatValuePatterns::LatValuePatterns() { compileSingle(mPatterns, coords::kNorthSouth); }
 
 LatValuePatterns* LatValuePatterns::getSingleton() {
-    static LatValuePatterns* const instance = [] {
-        auto* p = new LatValuePatterns;
-        sSingleton.store(p, std::memory_order_release);
-        return p;
-    }();
+    static LatValuePatterns* const instance = coords::publish(new LatValuePatterns, sSingleton);
     return instance;
 }
 
 LngValuePatterns::LngValuePatterns() { compileSingle(mPatterns, coords::kEastWest); }
 
 LngValuePatterns* LngValuePatterns::getSingleton() {
-    static LngValuePatterns* const instance = [] {
-        auto* p = new LngValuePatterns;
-        sSingleton.store(p, std::memory_order_release);
-        return p;
-    }();
+    static LngValuePatterns* const instance = coords::publish(new LngValuePatterns, sSingleton);
     return instance;
 }
 

@@ -65,11 +65,7 @@ LatLngValuePatterns::LatLngValuePatterns() {
 
 LatLngValuePatterns* LatLngValuePatterns::getSingleton() {
     // A function-local static, so two threads racing on the first parse share one instance.
-    static LatLngValuePatterns* const instance = [] {
-        auto* p = new LatLngValuePatterns;
-        sSingleton.store(p, std::memory_order_release);
-        return p;
-    }();
+    static LatLngValuePatterns* const instance = coords::publish(new LatLngValuePatterns, sSingleton);
     return instance;
 }
 
