@@ -143,18 +143,6 @@ private:
 
 std::string shown(const QString& text) { return text.toUtf8().toStdString(); }
 
-// Fills each object's working fields as well as its targets: a path that touched one on a
-// failure where the other did not shows here.
-void expectSameValue(const QString& text) {
-    double fastOut = kUntouched, slowOut = kUntouched;
-    LatLngValue fast(&fastOut), slow(&slowOut);
-    fast.value = slow.value = kUntouched;
-    const bool a = fast.ParseFrom(text);
-    const bool b = coords::parseValueByPatterns(slow, text);
-    ASSERT_EQ(a, b) << "value: " << shown(text);
-    ASSERT_TRUE(same(fastOut, slowOut) && same(fast.value, slow.value)) << "value: " << shown(text);
-}
-
 void expectSamePair(const QString& text) {
     double fastLat = kUntouched, fastLng = kUntouched, slowLat = kUntouched, slowLng = kUntouched;
     LatLngPair fast(&fastLat, &fastLng), slow(&slowLat, &slowLng);
@@ -166,6 +154,8 @@ void expectSamePair(const QString& text) {
     ASSERT_TRUE(same(fast.lat, slow.lat) && same(fast.lng, slow.lng)) << "pair: " << shown(text);
 }
 
+// Fills each object's working fields as well as its targets: a path that touched one on a
+// failure where the other did not shows here.
 template <class Single>
 void expectSameSingle(const QString& text, bool (*byPatterns)(Single&, const QString&)) {
     double fastOut = kUntouched, slowOut = kUntouched;
@@ -173,8 +163,8 @@ void expectSameSingle(const QString& text, bool (*byPatterns)(Single&, const QSt
     fast.value = slow.value = kUntouched;
     const bool a = fast.ParseFrom(text);
     const bool b = byPatterns(slow, text);
-    ASSERT_EQ(a, b) << "single: " << shown(text);
-    ASSERT_TRUE(same(fastOut, slowOut) && same(fast.value, slow.value)) << "single: " << shown(text);
+    ASSERT_EQ(a, b) << shown(text);
+    ASSERT_TRUE(same(fastOut, slowOut) && same(fast.value, slow.value)) << shown(text);
 }
 
 // Differential ------------------------------------------------------------------------------------
@@ -184,7 +174,7 @@ TEST(CoordScan, AgreesWithThePatternsOnGeneratedAndMutatedTexts) {
     int accepted = 0;
     for (int i = 0; i < kTexts; ++i) {
         const QString text = maker.next();
-        ASSERT_NO_FATAL_FAILURE(expectSameValue(text));
+        ASSERT_NO_FATAL_FAILURE(expectSameSingle<LatLngValue>(text, coords::parseValueByPatterns));
         ASSERT_NO_FATAL_FAILURE(expectSamePair(text));
         if (i % 4 == 0) {
             ASSERT_NO_FATAL_FAILURE(expectSameSingle<LatValue>(text, coords::parseLatByPatterns));
@@ -207,7 +197,7 @@ TEST(CoordScan, AgreesWhereTheMatchOrderDecides) {
     };
     for (const char* t : texts) {
         const QString text = QString::fromUtf8(t);
-        ASSERT_NO_FATAL_FAILURE(expectSameValue(text));
+        ASSERT_NO_FATAL_FAILURE(expectSameSingle<LatLngValue>(text, coords::parseValueByPatterns));
         ASSERT_NO_FATAL_FAILURE(expectSamePair(text));
         ASSERT_NO_FATAL_FAILURE(expectSameSingle<LatValue>(text, coords::parseLatByPatterns));
         ASSERT_NO_FATAL_FAILURE(expectSameSingle<LngValue>(text, coords::parseLngByPatterns));

@@ -109,32 +109,6 @@ TEST(LatLngPair, NullTargetsAndTheWorkingFields) {
     EXPECT_DOUBLE_EQ(lng, kUntouched);
 }
 
-TEST(LatLngPair, EachFormTakesOnlyItsOwnShape) {
-    struct Row {
-        const char* text;
-        bool (LatLngPair::*attempt)(const QString&, bool);
-        bool comma;
-        bool ok;
-    };
-    const Row rows[] = {
-        {"1 N 2 E", &LatLngPair::TryDA, false, true},  {"1 N 2 E", &LatLngPair::TryDB, false, false},
-        {"N 1 E 2", &LatLngPair::TryDB, false, true},  {"N 1 E 2", &LatLngPair::TrySB, false, false},
-        {"-1, 2", &LatLngPair::TrySB, false, true},    {"-1, 2", &LatLngPair::TrySB, true, false},
-        {"1,5 2,5", &LatLngPair::TrySB, true, true},   {"1,5 2,5", &LatLngPair::TrySB, false, false},
-        {"1,5 N 2 E", &LatLngPair::TryDA, true, true}, {"1,5 N 2 E", &LatLngPair::TryDA, false, false},
-        {"N 1,5 E 2", &LatLngPair::TryDB, true, true}, {"95 N 2 E", &LatLngPair::TryDA, false, true},
-    };
-    for (const Row& row : rows) {
-        LatLngPair p;
-        p.lat = p.lng = kUntouched;
-        EXPECT_EQ((p.*row.attempt)(QString::fromUtf8(row.text), row.comma), row.ok) << row.text;
-        if (!row.ok) {
-            EXPECT_EQ(p.lat, kUntouched) << row.text;
-            EXPECT_EQ(p.lng, kUntouched) << row.text;
-        }
-    }
-}
-
 // The published pair pattern ---------------------------------------------------------------------
 
 TEST(LatLngPair, PublishedPatternMatchesEveryPointPairAndFindsOneInText) {

@@ -87,40 +87,6 @@ TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
     }
 }
 
-// Each form on its own: which pattern takes which text, and no change on failure.
-TEST(LatLngValue, FormsTakeOnlyTheirOwnNotation) {
-    struct Row {
-        const char* text;
-        bool (LatLngValue::*attempt)(const QString&, bool);
-        bool comma;
-        bool ok;
-        double value;
-    };
-    const Row rows[] = {
-        {"37.5", &LatLngValue::TryDF, false, true, 37.5},
-        {"37.5", &LatLngValue::TryDF, true, false, 0},
-        {"37,5", &LatLngValue::TryDF, false, false, 0},
-        {"180,5", &LatLngValue::TryDF, true, true, 180.5},
-        {"181,5", &LatLngValue::TryDF, true, false, 0},
-        {"37 30", &LatLngValue::TryDF, false, false, 0},
-        {"37 30.5", &LatLngValue::TryDMF, false, true, 37.0 + 30.5 / 60.0},
-        {"37 30,5", &LatLngValue::TryDMF, false, false, 0},
-        {"37 30,5", &LatLngValue::TryDMF, true, true, 37.0 + 30.5 / 60.0},
-        {"37 60,5", &LatLngValue::TryDMF, true, true, 37.0 + 60.5 / 60.0},
-        {"37 30 0", &LatLngValue::TryDMF, false, false, 0},
-        {"37 30 1.5", &LatLngValue::TryDMSF, false, true, 37.5 + 1.5 / 3600.0},
-        {"37 30 1,5", &LatLngValue::TryDMSF, true, true, 37.5 + 1.5 / 3600.0},
-        {"37 30 1", &LatLngValue::TryDMSF, true, false, 0},
-        {"37 30", &LatLngValue::TryDMSF, false, false, 0},
-    };
-    for (const Row& row : rows) {
-        LatLngValue v;
-        v.value = kUntouched;
-        EXPECT_EQ((v.*row.attempt)(QString::fromUtf8(row.text), row.comma), row.ok) << row.text;
-        EXPECT_DOUBLE_EQ(v.value, row.ok ? row.value : kUntouched) << row.text;
-    }
-}
-
 TEST(LatLngValue, FractionAndTargets) {
     LatLngValue v;
     EXPECT_DOUBLE_EQ(v.ConvertToFraction("25"), 0.25);
@@ -155,14 +121,6 @@ TEST(LatLngValue, PublishedPatternIsTheDocumentedTextAndFindsAngles) {
     const QRegularExpression whole(QRegularExpression::anchoredPattern(LatLngValue::kREPattern));
     EXPECT_TRUE(whole.match(QString::fromUtf8("37\u00b0 25' 19.2''")).hasMatch());
     EXPECT_FALSE(whole.match(QString::fromUtf8("37,5")).hasMatch());
-}
-
-TEST(LatLngValue, PatternsAreSharedAndValid) {
-    LatLngValuePatterns* p = LatLngValuePatterns::getSingleton();
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(LatLngValuePatterns::getSingleton(), p);
-    EXPECT_EQ(LatLngValue().patterns, p);
-    for (const QRegularExpression& re : p->mPatterns) EXPECT_TRUE(re.isValid()) << re.pattern().toStdString();
 }
 
 }  // namespace
