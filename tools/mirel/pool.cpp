@@ -23,6 +23,7 @@ struct Workload {
     long minSize = 16;
     long maxSize = 4096;
     unsigned long seed = 1;
+    bool trim = false;  // at the end, free everything and give the arena's spare memory back
 };
 
 QJsonObject rangeJson(const MMapRange& r) {
@@ -58,6 +59,40 @@ Timing runOnHeap(const Workload& w) {
     t.nsPerFree = freed > 0 ? static_cast<double>(timer.nsecsElapsed()) / double(freed) : 0;
     for (std::size_t i = 0; i < blocks.size(); i += 2) std::free(blocks[i]);
     return t;
+}
+
+// Every block is back: trimming gives the grown segments to the system, and the ranges
+// given back leave the pool's list (and the registry) as they go.
+void showTrim(Output& out, MemoryPool& pool) {
+    void* arena = pool.getMspace();
+    const unsigned long before = mspace_footprint(arena);
+    {
+        CSMutex hold(pool.getLock());
+        mspace_trim(arena, 0);
+    }
+    const unsigned long released = before - mspace_footprint(arena);
+    const std::vector<MMapRange> ranges = pool.getRanges();
+    QJsonArray rangeList;
+    for (const MMapRange& r : ranges) rangeList.append(rangeJson(r));
+    if (out.json()) {
+        QJsonObject data = out.data;
+        const double footprint = static_cast<double>(mspace_footprint(arena));
+        data.insert("afterTrim", QJsonObject{{"released", static_cast<double>(released)},
+                                             {"footprint", footprint},
+                                             {"ranges", rangeList}});
+        out.data = data;
+        return;
+    }
+    QTextStream& t = out.text();
+    t << QStringLiteral("every block freed, arena trimmed: %1 bytes given back, %2 ranges left:\n")
+             .arg(released)
+             .arg(ranges.size());
+    for (const MMapRange& r : ranges) {
+        t << QStringLiteral("  0x%1  %2 bytes\n")
+                 .arg(reinterpret_cast<quintptr>(r.start), 12, 16, QChar('0'))
+                 .arg(r.size, 10);
+    }
+    t.flush();
 }
 
 void runWorkload(Output& out, const Workload& w) {
@@ -144,6 +179,7 @@ void runWorkload(Output& out, const Workload& w) {
         std::fflush(stderr);
     }
     for (std::size_t i = 0; i < blocks.size(); i += 2) Free(blocks[i]);
+    if (w.trim) showTrim(out, *pool);
     delete first;
     delete second;  // the last reference: the pool goes with it
 }
@@ -155,6 +191,8 @@ void configurePool(QCommandLineParser& parser) {
     parser.addOption({"min-size", "Smallest block in bytes (1-16777216).", "BYTES", "16"});
     parser.addOption({"max-size", "Largest block in bytes (1-16777216).", "BYTES", "4096"});
     parser.addOption({"seed", "Seed of the block sizes (0-4294967295).", "S", "1"});
+    parser.addOption({"trim", "At the end, free every block, trim the arena and show what is "
+                              "left."});
 }
 
 int runPool(const QCommandLineParser& parser, Output& out) {
@@ -167,6 +205,7 @@ int runPool(const QCommandLineParser& parser, Output& out) {
     w.maxSize = parseInteger(parser, "max-size", 1, 16777216);
     w.seed = static_cast<unsigned long>(parseInteger(parser, "seed", 0, 4294967295L));
     if (w.minSize > w.maxSize) throw UsageError("--min-size must not exceed --max-size");
+    w.trim = parser.isSet("trim");
     runWorkload(out, w);
     return 0;
 }
