@@ -70,7 +70,8 @@ public:
     HeapBuffer& operator=(const HeapBuffer&) = delete;
 
 private:
-    std::int32_t mRefCount;
+    // Part of the buffer's layout; nothing counts references to a buffer yet.
+    [[maybe_unused]] std::int32_t mRefCount;
     char* mData;
     unsigned long mUsed;
     unsigned long mCapacity;
