@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <type_traits>
 
 #include "base/xml/expatw_p.h"
@@ -16,12 +17,6 @@ namespace mirel {
 static_assert(std::is_same_v<XML_Char, XmlReader::Char>, "expat must be the UTF-16 build");
 
 namespace {
-
-std::size_t unitsIn(const XmlReader::Char* s) {
-    std::size_t n = 0;
-    while (s[n] != 0) ++n;
-    return n;
-}
 
 }  // namespace
 
@@ -42,6 +37,7 @@ XmlReader::XmlReader(const QString& path) {
         error = QStringLiteral("Parse error: ") + QString::fromLatin1(expat->errorString(XML_ERROR_NO_MEMORY));
         return;
     }
+    mNames = std::make_unique<QString[]>(kNameSlots);
     expat->setUserData(parser, this);
     expat->setElementHandler(parser, &XmlReader::startElement, &XmlReader::endElement);
     expat->setCharacterDataHandler(parser, &XmlReader::characters);
@@ -52,11 +48,12 @@ XmlReader::XmlReader(const QString& path) {
     parser = nullptr;
     file.close();
     // Nothing of the parse is needed any more; the tree keeps its names through sharing.
-    text = QString();
+    text.clear();
+    text.squeeze();
     mHasText = false;
     stack.clear();
     stack.shrink_to_fit();
-    mNames = {};
+    mNames.reset();
 }
 
 void XmlReader::parseAll(const QByteArray& bytes) {
@@ -115,18 +112,34 @@ void XmlReader::characters(void* userData, const Char* data, int length) {
     static_cast<XmlReader*>(userData)->characters(data, length);
 }
 
-void XmlReader::startElement(const Char* name, const Char** /*attributes*/) {
-    text.truncate(0);
-    mHasText = false;
-
-    const QStringView view(reinterpret_cast<const char16_t*>(name), unitsIn(name));
-    auto found = mNames.constFind(view);
-    if (found == mNames.cend()) {
-        const QString copy = view.toString();
-        // The key views the stored string's own characters, which never move.
-        found = mNames.insert(QStringView(copy), copy);
+// Nodes of one name share one string: less memory per node and no allocation for names
+// already seen. A small direct-mapped table is enough, since a document uses few names, and
+// a name that loses its slot merely gets a string of its own.
+const QString& XmlReader::internedName(const Char* name) {
+    std::uint32_t hash = 2166136261u;
+    std::size_t length = 0;
+    for (; name[length] != 0; ++length) hash = (hash ^ name[length]) * 16777619u;
+    QString& slot = mNames[hash % kNameSlots];
+    if (slot.size() != static_cast<qsizetype>(length) ||
+        std::memcmp(slot.utf16(), name, length * sizeof(Char)) != 0) {
+        slot = QString(reinterpret_cast<const QChar*>(name), static_cast<qsizetype>(length));
     }
-    auto* node = new XmlNode(found.value());
+    return slot;
+}
+
+void XmlReader::clearText() {
+    // The buffer keeps its capacity: most runs between tags are a line break and indentation.
+    if (mHasText) {
+        text.clear();
+        mHasText = false;
+    }
+}
+
+void XmlReader::startElement(const Char* name, const Char** /*attributes*/) {
+    clearText();
+
+    const QString& interned = internedName(name);
+    auto* node = new XmlNode(interned);
     if (stack.empty()) {
         root = node;
         mTree.reset(node, [](XmlNode* n) { n->destroySelfAndHierarchy(); });
@@ -138,18 +151,26 @@ void XmlReader::startElement(const Char* name, const Char** /*attributes*/) {
 
 void XmlReader::endElement(const Char* /*name*/) {
     if (!stack.empty()) {
-        // QString::trimmed's rule (QChar::isSpace at both ends); nothing since the last tag
-        // gives a null value, blanks only an empty one.
-        stack.back()->value = mHasText ? QStringView(text).trimmed().toString() : QString();
+        stack.back()->value = trimmedText();
         stack.pop_back();
     }
-    text.truncate(0);
-    mHasText = false;
+    clearText();
+}
+
+// QString::trimmed's rule, QChar::isSpace unit by unit at both ends, without a temporary
+// string. Nothing since the last tag gives a null value, blanks only an empty one.
+QString XmlReader::trimmedText() const {
+    if (!mHasText) return QString();
+    const char16_t* begin = text.constData();
+    const char16_t* end = begin + text.size();
+    while (begin < end && QChar::isSpace(*begin)) ++begin;
+    while (end > begin && QChar::isSpace(end[-1])) --end;
+    return QString(reinterpret_cast<const QChar*>(begin), end - begin);
 }
 
 void XmlReader::characters(const Char* data, int length) {
     if (length <= 0) return;
-    text.append(reinterpret_cast<const QChar*>(data), length);
+    text.append(reinterpret_cast<const char16_t*>(data), length);
     mHasText = true;
 }
 

@@ -18,9 +18,8 @@
 // read from several threads; the readers' reference counting is thread-safe.
 #pragma once
 
-#include <QHash>
 #include <QString>
-#include <QStringView>
+#include <QVarLengthArray>
 
 #include <deque>
 #include <memory>
@@ -66,10 +65,14 @@ public:
 private:
     void parseAll(const QByteArray& bytes);
     void discardTree();
+    const QString& internedName(const Char* name);
+    void clearText();
+    QString trimmedText() const;
 
-    // The character data since the last tag. Kept as a buffer whose capacity is reused;
-    // `mHasText` says whether it would be a null string (nothing since the last tag).
-    QString text;
+    // The character data since the last tag, as UTF-16 units in a buffer whose capacity is
+    // reused (appending runs of text is the reader's hottest path); `mHasText` says whether
+    // anything came since the last tag, which decides between a null and an empty value.
+    QVarLengthArray<char16_t, 256> text;
     XML_ParserStruct* parser = nullptr;
     std::deque<XmlNode*> stack;  // the open elements, innermost last
 
@@ -77,7 +80,8 @@ private:
     // Owns the tree for every reader that shares it.
     std::shared_ptr<XmlNode> mTree;
     // Element names seen while parsing, so that nodes of one name share one string.
-    QHash<QStringView, QString> mNames;
+    static constexpr std::size_t kNameSlots = 256;
+    std::shared_ptr<QString[]> mNames;
 };
 
 }  // namespace mirel
