@@ -101,6 +101,25 @@ TEST_F(XmlFiles, TreeKeepsElementsInDocumentOrderWithConsistentLinks) {
     EXPECT_EQ(XmlPathFinder().find(r, "r/b/c"), b->firstChild);
 }
 
+// Far more distinct names than the reader's table of names has slots, all of one length, so
+// that names meet in a slot: each node must still get its own.
+TEST_F(XmlFiles, ManyDistinctNamesEachKeepTheirOwn) {
+    QByteArray doc = "<root>";
+    for (int i = 0; i < 2000; ++i) {
+        const QByteArray n = "n" + QByteArray::number(i).rightJustified(4, '0');
+        doc += "<" + n + ">" + QByteArray::number(i) + "</" + n + ">";
+    }
+    doc += "</root>";
+    XmlReader reader(write(doc));
+    ASSERT_FALSE(reader.getErrorsOccurred());
+    int i = 0;
+    for (XmlNode* n = reader.root->firstChild; n != nullptr; n = n->nextSibling, ++i) {
+        ASSERT_EQ(n->name, "n" + QString::number(i).rightJustified(4, '0')) << i;
+    }
+    EXPECT_EQ(i, 2000);
+    EXPECT_EQ(XmlTree(reader.root).getValue("root/n1234"), "1234");
+}
+
 TEST_F(XmlFiles, SetValueRefusesAndChangesNothing) {
     XmlReader reader(write("<a><b>x</b></a>"));
     XmlTree tree(reader.root);
