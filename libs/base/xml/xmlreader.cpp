@@ -6,7 +6,6 @@
 #include <QFile>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <type_traits>
 
@@ -15,10 +14,6 @@
 namespace mirel {
 
 static_assert(std::is_same_v<XML_Char, XmlReader::Char>, "expat must be the UTF-16 build");
-
-namespace {
-
-}  // namespace
 
 XmlReader::XmlReader(const QString& path) {
     QFile file(path);
@@ -37,7 +32,6 @@ XmlReader::XmlReader(const QString& path) {
         error = QStringLiteral("Parse error: ") + QString::fromLatin1(expat->errorString(XML_ERROR_NO_MEMORY));
         return;
     }
-    mNames = std::make_unique<QString[]>(kNameSlots);
     expat->setUserData(parser, this);
     expat->setElementHandler(parser, &XmlReader::startElement, &XmlReader::endElement);
     expat->setCharacterDataHandler(parser, &XmlReader::characters);
@@ -119,6 +113,8 @@ const QString& XmlReader::internedName(const Char* name) {
     std::uint32_t hash = 2166136261u;
     std::size_t length = 0;
     for (; name[length] != 0; ++length) hash = (hash ^ name[length]) * 16777619u;
+    // Made on first use, so that events fed by hand after construction work too.
+    if (!mNames) mNames = std::make_unique<QString[]>(kNameSlots);
     QString& slot = mNames[hash % kNameSlots];
     if (slot.size() != static_cast<qsizetype>(length) ||
         std::memcmp(slot.utf16(), name, length * sizeof(Char)) != 0) {
