@@ -39,10 +39,11 @@ struct ValueRow {
 TEST_F(XmlFiles, ValuesFollowTheTextAndPathRules) {
     const ValueRow rows[] = {
         {"<a><b>  x  </b></a>", "a/b", "x"},
-        {"<a><b>x</b></a>", "b", std::nullopt},  // the first piece names the root
+        {"<a><b>x</b>tail</a>", "b", std::nullopt},  // the first piece names the root
         {"<a><b>x</b></a>", "a/b/c", std::nullopt},
         {"<a><b>x</b></a>", "a/B", std::nullopt},  // names are case-sensitive
         {"<a>before<b>x</b>  after \n</a>", "a", "after"},
+        {"<a>before<b>x</b>  after \n</a>", "a/b", "x"},  // the parent's text is not the child's
         {"<a>before<b>x</b></a>", "a", std::nullopt},  // nothing after the last child
         {"<a><b>1</b><c>c</c><b>2</b></a>", "a/b", "1"},
         {"<a><b><c>deep</c></b></a>", "/a//b/c/", "deep"},
