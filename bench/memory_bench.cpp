@@ -5,12 +5,21 @@
 //   - the same on a churn of 10,000 live blocks of 16..512 bytes;
 //   - Free of a process-heap block (the registry look-up every library delete pays) with
 //     1, 4, 16 and 64 pools alive, against plain free.
+//
+//   memory_bench [--second-thread] [benchmark flags]
+// With --second-thread a thread is started first and stays blocked for the whole run, as in
+// an application: once a process has a second thread, every lock and unlock of a mutex is
+// an atomic read-modify-write, for the floor rows and the pool alike.
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 
+#include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <mutex>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "base/memory/heapmanager.h"
@@ -205,6 +214,43 @@ BENCHMARK(Churn_HeapManager);
 BENCHMARK(HeapFree_Glibc);
 BENCHMARK(HeapFree_Frame)->Arg(1)->Arg(4)->Arg(16)->Arg(64);
 
+// Parked until the run ends.
+class SecondThread {
+public:
+    SecondThread()
+        : mThread([this] {
+              std::unique_lock<std::mutex> lock(mMutex);
+              mWake.wait(lock, [this] { return mDone; });
+          }) {}
+    ~SecondThread() {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mDone = true;
+        }
+        mWake.notify_one();
+        mThread.join();
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mWake;
+    bool mDone = false;
+    std::thread mThread;
+};
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    std::unique_ptr<SecondThread> second;
+    if (argc > 1 && std::strcmp(argv[1], "--second-thread") == 0) {
+        second = std::make_unique<SecondThread>();
+        benchmark::AddCustomContext("second thread", "alive");
+        --argc;
+        for (int i = 1; i < argc; ++i) argv[i] = argv[i + 1];
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

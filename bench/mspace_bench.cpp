@@ -1,7 +1,8 @@
 // The arena against the process allocator (glibc's malloc/free unless one is preloaded), on
 // the same fixed-seed traces in the same run:
 //   Churn     random sizes 16..512 B, 10,000 live blocks, 10 million replacements
-//   LifoPairs malloc(64) then free
+//   LifoPairs malloc(64) then free, on a fresh heap
+//   LifoPairsAfterChurn  the same after a churn phase whose blocks were all given back
 //   Mixed     log-uniform sizes 16 B..64 KiB, 100,000 live blocks, 1 million replacements
 // and the peak resident memory of a fragmenting workload, each allocator in a process of
 // its own (mimalloc and jemalloc through LD_PRELOAD when their libraries are installed):
@@ -137,10 +138,35 @@ void LifoPairs(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// The same pair on a heap that has been used: a churn phase (the churn trace's first million
+// replacements) and then every block given back, before anything is timed.
+template <class Heap>
+void LifoPairsAfterChurn(benchmark::State& state) {
+    Heap heap;
+    const Trace& t = churnTrace();
+    std::vector<void*> blocks(t.live);
+    for (std::size_t i = 0; i < t.live; ++i) blocks[i] = heap.alloc(t.initial[i]);
+    for (std::size_t i = 0; i < 1000000; ++i) {
+        void*& b = blocks[t.victim[i]];
+        heap.release(b);
+        b = heap.alloc(t.size[i]);
+        static_cast<char*>(b)[0] = 1;
+    }
+    for (void* b : blocks) heap.release(b);
+    for (auto _ : state) {
+        void* p = heap.alloc(64);
+        benchmark::DoNotOptimize(p);
+        heap.release(p);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
 BENCHMARK_TEMPLATE(Churn, SystemHeap)->Name("Churn/malloc")->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(Churn, Arena)->Name("Churn/mspace")->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(LifoPairs, SystemHeap)->Name("LifoPairs/malloc");
 BENCHMARK_TEMPLATE(LifoPairs, Arena)->Name("LifoPairs/mspace");
+BENCHMARK_TEMPLATE(LifoPairsAfterChurn, SystemHeap)->Name("LifoPairsAfterChurn/malloc");
+BENCHMARK_TEMPLATE(LifoPairsAfterChurn, Arena)->Name("LifoPairsAfterChurn/mspace");
 BENCHMARK_TEMPLATE(Mixed, SystemHeap)->Name("Mixed/malloc")->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(Mixed, Arena)->Name("Mixed/mspace")->Unit(benchmark::kMillisecond);
 
@@ -164,11 +190,11 @@ public:
         ConsoleReporter::Finalize();
         std::printf("\nmspace CPU time / malloc CPU time (malloc is %s):\n",
                     systemAllocator().c_str());
-        for (const char* w : {"Churn", "LifoPairs", "Mixed"}) {
+        for (const char* w : {"Churn", "LifoPairs", "LifoPairsAfterChurn", "Mixed"}) {
             auto a = times_.find(std::string(w) + "/mspace");
             auto b = times_.find(std::string(w) + "/malloc");
             if (a != times_.end() && b != times_.end() && b->second > 0)
-                std::printf("  %-10s %.2fx\n", w, a->second / b->second);
+                std::printf("  %-20s %.2fx\n", w, a->second / b->second);
         }
     }
     static std::string systemAllocator() {

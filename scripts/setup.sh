@@ -2,10 +2,10 @@
 # Installs what building and testing mirel needs, from Debian's packages, when missing.
 set -euo pipefail
 
-# clang and its runtime build the fuzz targets; GeographicLib, Hinnant's date and pugixml
-# are the baselines of the parser benchmarks only.
+# clang and its runtime build the fuzz targets, doxygen (with python3) the API reference;
+# GeographicLib, Hinnant's date and pugixml are the baselines of parser benchmarks only.
 packages=(build-essential cmake ninja-build pkg-config qt6-base-dev libexpat1-dev
-          libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
+          libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev doxygen python3
           libgeographiclib-dev libhowardhinnant-date-dev libpugixml-dev)
 missing=()
 for p in "${packages[@]}"; do

@@ -14,13 +14,7 @@ struct Entry {
     unsigned int key;
 };
 
-class EntryTable : public HashTable<Entry, unsigned int> {
-public:
-    explicit EntryTable(unsigned int size) : HashTable(size) {}
-    unsigned int hash(unsigned int key) const override { return key; }
-    unsigned int getKey(const Entry* e) const override { return e->key; }
-    bool match(unsigned int a, unsigned int b) const override { return a == b; }
-};
+using EntryTable = IdentityHashTable<Entry, unsigned int, &Entry::key>;
 
 void exercise(Output& out, unsigned int elements, unsigned int buckets, unsigned int lookups,
               unsigned int seed) {

@@ -152,6 +152,9 @@ TEST(Tool, PoolAccountsEveryByteItHandsOut) {
     EXPECT_EQ(o["poolAllocatedBytes"].toDouble(), 500.0 * 64);
     EXPECT_GE(o["ranges"].toArray().size(), 1);
     EXPECT_GE(o["footprint"].toDouble(), o["inUseBytes"].toDouble());
+    // The process heap ran the same workload beside the pool.
+    EXPECT_GT(o["heap"].toObject()["nsPerAlloc"].toDouble(), 0.0);
+    EXPECT_GT(o["heap"].toObject()["nsPerFree"].toDouble(), 0.0);
 }
 
 TEST(Tool, SettingsListsTheVersionGroupInOrder) {

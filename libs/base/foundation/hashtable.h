@@ -104,4 +104,18 @@ public:
     bool remove(T* elem) { return removeElem(hash(getKey(elem)), elem); }
 };
 
+// A table whose integer key is its own hash, read from the element's member `Key`, for
+// registries keyed by a number: IdentityHashTable<StatusSubsys, unsigned short,
+// &StatusSubsys::id>. Chains are then picked by the key modulo the bucket count.
+// `Key` is a pointer to a data member of T, const or not.
+template <typename T, typename K, auto Key>
+class IdentityHashTable : public HashTable<T, K> {
+public:
+    explicit IdentityHashTable(unsigned int size) : HashTable<T, K>(size) {}
+
+    unsigned int hash(K key) const override { return key; }
+    K getKey(T const* elem) const override { return elem->*Key; }
+    bool match(K a, K b) const override { return a == b; }
+};
+
 }  // namespace mirel

@@ -12,13 +12,10 @@ struct Item {
 };
 
 // Keys are their own hash, so tests choose buckets; counts the nodes it makes.
-class ItemTable : public HashTable<Item, unsigned int> {
+class ItemTable : public IdentityHashTable<Item, unsigned int, &Item::key> {
 public:
-    explicit ItemTable(unsigned int size) : HashTable(size) {}
-    unsigned int hash(unsigned int key) const override { return key; }
-    unsigned int getKey(const Item* item) const override { return item->key; }
-    bool match(unsigned int a, unsigned int b) const override { return a == b; }
-    HashNode* allocNode() const override { ++made; return HashTable::allocNode(); }
+    using IdentityHashTable::IdentityHashTable;
+    HashNode* allocNode() const override { ++made; return IdentityHashTable::allocNode(); }
     mutable int made = 0;
 };
 

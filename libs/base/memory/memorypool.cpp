@@ -4,9 +4,8 @@
 // doDelete() asks it about every pointer, reads go through an index instead: a sorted
 // copy of the ranges, rebuilt by the writers (who hold sRangesLock, and map rarely) and
 // read without a lock under a sequence count. Beside each start the index keeps the
-// largest end so far, which answers "inside any range" in one binary search even when
-// ranges overlap (a range the arena unmapped stays listed and its addresses may be mapped
-// again). In front of the search, a bitmap of the 4 MiB granules the ranges touch answers
+// largest end so far, which answers "inside any range" in one binary search even if
+// ranges overlap. In front of the search, a bitmap of the 4 MiB granules the ranges touch answers
 // most process-heap pointers with a single load, however many pools exist. Past the
 // index's capacity, readers fall back to scanning sRanges under the lock.
 #include "base/memory/memorypool.h"
@@ -15,6 +14,7 @@
 #include <climits>
 #include <cstdint>
 
+#include "base/memory/memorypool_p.h"
 #include "base/memory/mspace.h"
 
 namespace mirel {
@@ -131,6 +131,65 @@ void recordRange(std::vector<MMapRange>& poolRanges, void* start, unsigned long 
     sIndex.rebuild(*sRanges);
 }
 
+// Removes the entry equal to `r`; pools never share an address, so the match is the
+// pool's own entry.
+void eraseExact(std::vector<MMapRange>& list, const MMapRange& r) {
+    for (MMapRange& e : list) {
+        if (e.start == r.start && e.size == r.size) {
+            e = list.back();
+            list.pop_back();
+            return;
+        }
+    }
+}
+
+struct SpanEdit {
+    std::vector<MMapRange> removed;  // whole entries taken out
+    std::vector<MMapRange> added;    // the parts of them outside the span, put back
+};
+
+// Takes [base, base + size) out of a pool's list and the registry. The arena unmaps a
+// trimmed tail (part of a range) as well as a segment that grew over several mappings
+// (several ranges), so entries are cut, not matched by start. The caller holds
+// sRangesLock.
+SpanEdit dropSpan(std::vector<MMapRange>& poolRanges, char* base, unsigned long size) {
+    SpanEdit edit;
+    const auto lo = reinterpret_cast<std::uintptr_t>(base);
+    const std::uintptr_t hi = lo + size;
+    for (std::size_t i = 0; i < poolRanges.size();) {
+        const MMapRange r = poolRanges[i];
+        const auto start = reinterpret_cast<std::uintptr_t>(r.start);
+        const std::uintptr_t end = start + r.size;
+        // A recorded failure value wraps around: it was never mapped, so nothing cuts it.
+        if (end < start || end <= lo || hi <= start) {
+            ++i;
+            continue;
+        }
+        edit.removed.push_back(r);
+        poolRanges[i] = poolRanges.back();
+        poolRanges.pop_back();
+        eraseExact(*sRanges, r);
+        if (start < lo) edit.added.push_back({r.start, lo - start});
+        if (hi < end) edit.added.push_back({reinterpret_cast<char*>(hi), end - hi});
+    }
+    for (const MMapRange& r : edit.added) {
+        poolRanges.push_back(r);
+        sRanges->push_back(r);
+    }
+    return edit;
+}
+
+void undoSpanEdit(std::vector<MMapRange>& poolRanges, const SpanEdit& edit) {
+    for (const MMapRange& r : edit.added) {
+        eraseExact(poolRanges, r);
+        eraseExact(*sRanges, r);
+    }
+    for (const MMapRange& r : edit.removed) {
+        poolRanges.push_back(r);
+        sRanges->push_back(r);
+    }
+}
+
 // Builds the registry before any pool can exist (ahead of the library's other static
 // objects) and tears it down at static destruction. The pointer is cleared before the
 // vector goes, so frees made while it is torn down go to the process heap.
@@ -159,6 +218,8 @@ void removeFromList(std::vector<MMapRange>& list, void* start, unsigned long /*s
         if (it->start == start) {
             *it = list.back();
             list.pop_back();
+            // The index answers for the registry: it must follow every edit of it.
+            if (&list == sRanges) sIndex.rebuild(*sRanges);
             return;
         }
     }
@@ -202,11 +263,19 @@ void* MemoryPool::mmapCB(unsigned long size, void* context) {
 
 int MemoryPool::munmapCB(char* base, unsigned long size, void* context) {
     auto* pool = static_cast<MemoryPool*>(context);
-    const int result = default_munmap_func(base, size, nullptr);
+    // After the registry's teardown at static destruction there is nothing to keep.
+    if (sRanges == nullptr || sRangesLock == nullptr)
+        return default_munmap_func(base, size, nullptr);
     CSMutex guard(*sRangesLock);
-    removeFromList(*sRanges, base, size);
-    removeFromList(pool->mRanges, base, size);
-    sIndex.rebuild(*sRanges);
+    // Out of the registry before the system has the range back: from then on any thread's
+    // next mapping may land there, and its blocks must not be taken for this pool's.
+    SpanEdit edit = dropSpan(pool->mRanges, base, size);
+    if (!edit.removed.empty()) sIndex.rebuild(*sRanges);
+    const int result = default_munmap_func(base, size, nullptr);
+    if (result != 0 && !edit.removed.empty()) {
+        undoSpanEdit(pool->mRanges, edit);  // still mapped, still the pool's
+        sIndex.rebuild(*sRanges);
+    }
     return result;
 }
 
@@ -222,24 +291,32 @@ MemoryPool::MemoryPool(char const* name, unsigned long size)
     if (base != kMapFailed) {
         mMspace = create_mspace_with_base_ca(base, size, 0, directMmapCB, mmapCB, sbreakCB, this);
     }
+    if (mMspace != nullptr) {
+        // Every range the arena gives back must leave the registry as it goes (see munmapCB).
+        mspace_hooks hooks{};
+        mspace_get_hooks(mMspace, &hooks);
+        hooks.munmap_func = [](void* b, unsigned long n, void* c) {
+            return munmapCB(static_cast<char*>(b), n, c);
+        };
+        mspace_set_hooks(mMspace, &hooks);
+    }
     mspace_mallopt(-2, 4194304);
     mspace_mallopt(-1, -1);  // the largest size: automatic trimming off
 }
 
 MemoryPool::~MemoryPool() {
+    // The arena's own unmappings go through munmapCB and leave the lists as they happen;
+    // what remains is the first region and blocks mapped by themselves still in use.
     if (mMspace != nullptr) {
         mspace_trim(mMspace, 0);
         destroy_mspace(mMspace);
     }
     CSMutex guard(*sRangesLock);
-    for (const MMapRange& r : mRanges) {
-        removeFromList(*sRanges, r.start, r.size);
-        // Segments the arena already returned are unmapped again here; harmless unless the
-        // addresses were handed out again in between.
-        default_munmap_func(r.start, r.size, nullptr);
-    }
+    std::vector<MMapRange> owned;
+    owned.swap(mRanges);
+    for (const MMapRange& r : owned) eraseExact(*sRanges, r);
     sIndex.rebuild(*sRanges);
-    mRanges.clear();
+    for (const MMapRange& r : owned) default_munmap_func(r.start, r.size, nullptr);
 }
 
 std::vector<MMapRange> MemoryPool::getRanges() const {

@@ -1,6 +1,7 @@
 // Memory pools: named regions of process memory, each managed by its own arena, and the
-// process-wide registry of every address range pools obtained from the system. The
-// registry is what lets doDelete() tell a pool block from a process-heap block by address.
+// process-wide registry of the address ranges pools hold from the system (a range leaves it
+// when the arena gives it back). The registry is what lets doDelete() tell a pool block
+// from a process-heap block by address.
 //
 // Create a pool, then place objects in it through HeapManager (heapmanager.h), which shares
 // the pool by reference count. A pool is not a limit: it grows by further mappings.
@@ -18,22 +19,12 @@
 
 namespace mirel {
 
-// One address range obtained from the system: [start, start + size).
+// One address range obtained from the system: [start, start + size). The registry of the
+// ranges pools own lives in memorypool_p.h.
 struct MMapRange {
     char* start;
     unsigned long size;
 };
-
-// Every range any pool has recorded, unordered, guarded by sRangesLock (taken after a
-// pool's own lock, never before). Both exist from the library's static initialisation to
-// its static destruction and are null outside that window.
-MIREL_EXPORT extern std::vector<MMapRange>* sRanges;
-MIREL_EXPORT extern SpinLock* sRangesLock;
-
-// Removes the first entry of `list` whose start is `start` (the size is not compared) by
-// moving the last entry into its place; no match leaves the list unchanged. The caller
-// holds sRangesLock.
-MIREL_EXPORT void removeFromList(std::vector<MMapRange>& list, void* start, unsigned long size);
 
 class MIREL_EXPORT MemoryPool : public MemoryObject {
 public:
@@ -41,8 +32,8 @@ public:
     // sets the process-wide arena granularity to 4 MiB and turns automatic trimming off.
     // The reference count starts at 1: the creator's.
     MemoryPool(char const* name, unsigned long size);
-    // Releases the arena and unmaps every range the pool recorded. Normally reached through
-    // the last HeapManager's release.
+    // Releases the arena and unmaps, once each, the ranges the pool still owns. Normally
+    // reached through the last HeapManager's release.
     virtual ~MemoryPool();
 
     // Thread-safe (the pool's lock). Null when the arena cannot grow. Inline, since every
@@ -74,10 +65,11 @@ public:
     // The arena under the pool; calls into it must hold getLock().
     void* getMspace() const { return mMspace; }
     SpinLock& getLock() { return mLock; }
-    // A copy of the ranges this pool recorded, taken under the registry lock.
+    // A copy of the ranges this pool owns now, taken under the registry lock. A range the
+    // arena gave back to the system (or the part of it given back) is no longer listed.
     std::vector<MMapRange> getRanges() const;
 
-    // True when `ptr` lies inside a range some pool recorded; false when the registry does
+    // True when `ptr` lies inside a range some pool owns now; false when the registry does
     // not exist. Thread-safe and lock-free on the common path.
     static bool isPointerFromPool(void* ptr);
 
@@ -85,6 +77,9 @@ public:
     // the registry and the pool's list; the failure value is recorded and returned too.
     static void* directMmapCB(unsigned long size, void* context);
     static void* mmapCB(unsigned long size, void* context);
+    // The arena's unmapping hook: unmaps, and on success drops [base, base + size) from
+    // the registry and the pool's list first, so that no one sees the range as the pool's
+    // once the system may hand it out again. Returns munmap's result.
     static int munmapCB(char* base, unsigned long size, void* context);
     // Always fails: pools never grow by program break.
     static void* sbreakCB(int increment, void* context);

@@ -19,9 +19,6 @@
 
 #include "base/memory/mspace.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <bit>
@@ -31,120 +28,17 @@
 #include <cstring>
 #include <new>
 
+#include "base/memory/mspace_p.h"
+
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
-#define ARENA_CODE __attribute__((no_sanitize_address))
-#else
-#define ARENA_CODE
 #endif
 
 namespace mirel {
+
+using namespace arena;
+
 namespace {
-
-using std::size_t;
-using std::uint32_t;
-using std::uintptr_t;
-
-constexpr size_t kWord = sizeof(size_t);
-constexpr size_t kAlignment = 16;
-constexpr size_t kAlignMask = kAlignment - 1;
-constexpr size_t kHeader = 2 * kWord;   // chunk start to user block
-constexpr size_t kOverhead = kWord;     // what an in-use chunk adds to its block
-constexpr size_t kMinChunk = 32;
-// 32 small bins, one per chunk size: chunk sizes here are multiples of 16, so the bins are
-// 16 bytes apart and reach up to 496; larger chunks go to the tree bins.
-constexpr uint32_t kSmallBinCount = 32;
-constexpr size_t kMinLarge = size_t{kSmallBinCount} << 4;
-constexpr uint32_t kTreeBinCount = 32;
-constexpr unsigned kTreeShift = 9;      // log2(kMinLarge)
-// A mapped block is kept in place by realloc only for requests that are not small, that
-// is of 256 bytes or more.
-constexpr size_t kMapKeepMinimum = 256;
-// Far beyond any mapping the machine can make, and low enough that no size computation
-// below can wrap.
-constexpr size_t kMaxRequest = size_t{1} << 62;
-constexpr size_t kMaxSmallRequest = kMinLarge - kOverhead - kAlignMask - 1;
-
-constexpr size_t kMagic = 0x58585858;
-constexpr size_t kDefaultGranularity = 64 * 1024;
-constexpr size_t kDefaultTrimThreshold = 2 * 1024 * 1024;
-constexpr size_t kReleaseCheckPeriod = 4095;
-
-// Flags in a chunk's head word; sizes are multiples of 16, so the low four bits are free.
-constexpr size_t kPrevInUse = 1;
-constexpr size_t kInUse = 2;
-constexpr size_t kMapped = 4;       // mapped by itself, not part of a segment
-constexpr size_t kSegmentTail = 8;  // the record chunk that ends a segment
-constexpr size_t kFlagBits = 15;
-
-// Segment flags.
-constexpr uint32_t kSegMapped = 1;    // obtained by mapping: may be unmapped
-constexpr uint32_t kSegExternal = 2;  // the caller's memory: never unmapped
-
-// Space flags.
-constexpr uint32_t kUseMmap = 1;
-constexpr uint32_t kNonContiguous = 2;
-
-struct Chunk {
-    size_t prevFoot;
-    size_t head;
-    Chunk* fd;
-    Chunk* bk;
-};
-
-struct TreeChunk : Chunk {
-    TreeChunk* child[2];
-    TreeChunk* parent;  // null for a ring member outside the trie; the chunk itself for a root
-    uint32_t index;
-};
-
-struct Segment {
-    char* base;
-    size_t size;
-    Segment* next;
-    uint32_t flags;
-};
-
-constexpr size_t kTailSize = kHeader + ((sizeof(Segment) + kAlignMask) & ~kAlignMask);
-
-struct Space {
-    size_t magic;
-    uint32_t smallMap;
-    uint32_t treeMap;
-    size_t dvSize;
-    // The record chunk right after the top. Keeping the top's end rather than its size
-    // means that allocating from the top and freeing back into it only move `top`.
-    Chunk* topEnd;
-    char* leastAddr;
-    Chunk* dv;
-    Chunk* top;
-    size_t releaseChecks;
-    size_t wholeFreeBytes;  // segments that went wholly free since the last release
-    size_t footprint;
-    size_t maxFootprint;
-    size_t mappedBytes;
-    size_t mappedChunks;
-    uint32_t flags;
-    bool trimPaused;  // the last trim found nothing to give back; wait for the top to change
-    Segment* segments;
-    Chunk smallBins[kSmallBinCount];  // ring sentinels
-    TreeChunk* treeBins[kTreeBinCount];
-    mspace_hooks hooks;
-};
-
-ARENA_CODE constexpr size_t padRequest(size_t bytes) {
-    return (bytes + kOverhead + kAlignMask) & ~kAlignMask;
-}
-ARENA_CODE constexpr size_t requestSize(size_t bytes) {
-    return bytes < kMinChunk - kOverhead ? kMinChunk : padRequest(bytes);
-}
-constexpr size_t kStateChunk = padRequest(sizeof(Space));
-// Both ends of a caller's region may need aligning.
-constexpr size_t kSmallestRegion = 2 * kAlignMask + kStateChunk + kMinChunk + kTailSize;
-
-static_assert(kTailSize == 48);
-static_assert(sizeof(TreeChunk) <= kMinLarge);
-static_assert(padRequest(kMaxSmallRequest) < kMinLarge && padRequest(kMaxSmallRequest + 1) >= kMinLarge);
 
 // The process-wide parameters. Spaces read them while other threads may set them, so each
 // word is atomic; relaxed order is enough, nothing else is published through them.
@@ -159,10 +53,9 @@ constexpr uint32_t kDefaultFlags = kUseMmap | kNonContiguous;
 
 ARENA_CODE void ensureParams() {
     if (gParams.pageSize.load(std::memory_order_acquire) != 0) return;
-    long page = sysconf(_SC_PAGESIZE);
+    size_t ps = systemPageSize();
     // Every rounding in this file masks with page - 1.
-    if (page <= 0 || (page & (page - 1)) != 0) std::abort();
-    size_t ps = static_cast<size_t>(page);
+    if (ps == 0 || (ps & (ps - 1)) != 0) std::abort();
     if (ps > kDefaultGranularity) {
         size_t expected = kDefaultGranularity;
         gParams.granularity.compare_exchange_strong(expected, ps, std::memory_order_relaxed);
@@ -182,27 +75,11 @@ inline void poison(const void*, size_t) {}
 inline void unpoison(const void*, size_t) {}
 #endif
 
-// ---- chunk arithmetic --------------------------------------------------------------------
+// ---- chunk and segment updates ----------------------------------------------------------
 
 [[noreturn]] ARENA_CODE void fail() { std::abort(); }
-
-ARENA_CODE inline Chunk* plus(const void* p, size_t n) {
-    return reinterpret_cast<Chunk*>(reinterpret_cast<uintptr_t>(p) + n);
-}
-ARENA_CODE inline Chunk* minus(const void* p, size_t n) {
-    return reinterpret_cast<Chunk*>(reinterpret_cast<uintptr_t>(p) - n);
-}
-ARENA_CODE inline void* toMem(Chunk* p) { return reinterpret_cast<char*>(p) + kHeader; }
-ARENA_CODE inline Chunk* fromMem(void* mem) { return minus(mem, kHeader); }
-ARENA_CODE inline size_t sizeOf(const Chunk* p) { return p->head & ~kFlagBits; }
-ARENA_CODE inline bool inUse(const Chunk* p) { return (p->head & kInUse) != 0; }
-ARENA_CODE inline bool prevInUse(const Chunk* p) { return (p->head & kPrevInUse) != 0; }
 ARENA_CODE inline bool isMapped(const Chunk* p) { return (p->head & kMapped) != 0; }
 ARENA_CODE inline size_t usable(const Chunk* p) { return sizeOf(p) - kOverhead; }
-ARENA_CODE inline char* addr(const void* p) { return reinterpret_cast<char*>(const_cast<void*>(p)); }
-
-ARENA_CODE inline bool failedMapping(void* p) { return p == MAP_FAILED || p == nullptr; }
-
 // An in-use chunk of size s whose predecessor is in use; the successor is left alone.
 ARENA_CODE inline void setInUseHead(Chunk* p, size_t s) { p->head = s | kPrevInUse | kInUse; }
 // An in-use chunk of size s that keeps what its head says about its predecessor.
@@ -219,19 +96,9 @@ ARENA_CODE inline void setFree(Chunk* p, size_t s) {
     p->head = s | kPrevInUse;
     plus(p, s)->prevFoot = s;
 }
-
-ARENA_CODE inline Segment* recordOf(Chunk* tail) { return static_cast<Segment*>(toMem(tail)); }
-ARENA_CODE inline Chunk* tailOf(Segment* seg) { return fromMem(seg); }
-ARENA_CODE inline char* segmentEnd(const Segment& s) {
-    return reinterpret_cast<char*>((reinterpret_cast<uintptr_t>(s.base) + s.size) & ~kAlignMask);
-}
-ARENA_CODE inline Chunk* firstChunk(const Segment& s) {
-    return reinterpret_cast<Chunk*>((reinterpret_cast<uintptr_t>(s.base) + kAlignMask) & ~kAlignMask);
-}
 ARENA_CODE inline bool releasable(const Segment* s) {
     return (s->flags & kSegMapped) != 0 && (s->flags & kSegExternal) == 0;
 }
-
 ARENA_CODE Segment* writeTail(const Segment& rec, bool prevUsed) {
     Chunk* tail = minus(segmentEnd(rec), kTailSize);
     tail->head = kTailSize | kInUse | kSegmentTail | (prevUsed ? kPrevInUse : 0);
@@ -239,33 +106,28 @@ ARENA_CODE Segment* writeTail(const Segment& rec, bool prevUsed) {
     *s = rec;
     return s;
 }
-
-ARENA_CODE inline size_t topSize(const Space& m) {
-    return static_cast<size_t>(addr(m.topEnd) - addr(m.top));
-}
 ARENA_CODE inline Segment* topSegment(Space& m) { return recordOf(m.topEnd); }
-
 // Points whoever referred to `from` (the list head or a predecessor) at `to`.
 ARENA_CODE void relink(Space& m, Segment* from, Segment* to) {
     Segment** link = &m.segments;
     while (*link != from) link = &(*link)->next;
     *link = to;
 }
-
 ARENA_CODE inline Space& spaceOf(mspace msp) {
     Space* m = static_cast<Space*>(msp);
     if (m == nullptr || m->magic != kMagic) fail();
     return *m;
 }
-
 ARENA_CODE inline void addFootprint(Space& m, size_t n) {
     m.footprint += n;
     if (m.footprint > m.maxFootprint) m.maxFootprint = m.footprint;
 }
+ARENA_CODE inline TreeChunk* leftmostChild(TreeChunk* t) {
+    return t->child[0] != nullptr ? t->child[0] : t->child[1];
+}
 
 // ---- small bins ---------------------------------------------------------------------------
 
-ARENA_CODE constexpr uint32_t smallIndex(size_t s) { return static_cast<uint32_t>(s >> 4); }
 
 ARENA_CODE inline void insertSmall(Space& m, Chunk* p, size_t s) {
     uint32_t i = smallIndex(s);
@@ -300,27 +162,6 @@ ARENA_CODE inline Chunk* takeFirstSmall(Space& m, uint32_t i) {
 }
 
 // ---- tree bins ----------------------------------------------------------------------------
-// Two bins per power of two: bin 0 holds 512..767, bin 1 768..1023, bin 2 1024..1535, and
-// so on; bin 31 holds everything from 24 MiB up.
-// Inside a bin, chunks form a trie on the size bits below the bin's two leading bits;
-// a node may hold any size of its subtree, and equal sizes share one ring.
-
-ARENA_CODE inline uint32_t treeIndex(size_t s) {
-    size_t x = s >> kTreeShift;
-    if (x == 0) return 0;
-    if (x > 0xFFFF) return kTreeBinCount - 1;
-    uint32_t k = static_cast<uint32_t>(std::bit_width(x)) - 1;
-    return (k << 1) + static_cast<uint32_t>((s >> (k + kTreeShift - 1)) & 1);
-}
-// The first size bit that steers a search in bin i.
-ARENA_CODE constexpr unsigned trieTopBit(uint32_t i) {
-    return i == kTreeBinCount - 1 ? 63 : (i >> 1) + kTreeShift - 2;
-}
-
-ARENA_CODE inline TreeChunk* asTree(Chunk* p) { return static_cast<TreeChunk*>(p); }
-ARENA_CODE inline TreeChunk* leftmostChild(TreeChunk* t) {
-    return t->child[0] != nullptr ? t->child[0] : t->child[1];
-}
 
 ARENA_CODE void insertLarge(Space& m, TreeChunk* x, size_t s) {
     uint32_t i = treeIndex(s);
@@ -438,6 +279,25 @@ ARENA_CODE inline TreeChunk* takeTreeChunk(Space& m, TreeChunk* best) {
     return victim;
 }
 
+// Hands out nb bytes of the free chunk p (already out of its bin), which holds nb + rem.
+// A remainder too small to stand as a chunk stays with the block; otherwise it becomes the
+// designated victim (after a small request) or goes to its bin.
+enum class Remainder { Victim, Bin };
+ARENA_CODE inline void* splitOff(Space& m, Chunk* p, size_t nb, size_t rem, Remainder to) {
+    if (rem < kMinChunk) {
+        setInUse(p, nb + rem);
+        return toMem(p);
+    }
+    setInUseHead(p, nb);
+    Chunk* r = plus(p, nb);
+    setFree(r, rem);
+    if (to == Remainder::Victim)
+        replaceDv(m, r, rem);
+    else
+        insertChunk(m, r, rem);
+    return toMem(p);
+}
+
 // Smallest chunk of the smallest non-empty tree bin, for a small request.
 ARENA_CODE void* smallFromTree(Space& m, size_t nb) {
     uint32_t i = static_cast<uint32_t>(std::countr_zero(m.treeMap));
@@ -451,16 +311,7 @@ ARENA_CODE void* smallFromTree(Space& m, size_t nb) {
             best = t;
         }
     }
-    best = takeTreeChunk(m, best);
-    if (rem < kMinChunk) {
-        setInUse(best, rem + nb);
-    } else {
-        setInUseHead(best, nb);
-        Chunk* r = plus(best, nb);
-        setFree(r, rem);
-        replaceDv(m, r, rem);
-    }
-    return toMem(best);
+    return splitOff(m, takeTreeChunk(m, best), nb, rem, Remainder::Victim);
 }
 
 // Best fit for a large request, unless the designated victim fits as well or better.
@@ -503,16 +354,7 @@ ARENA_CODE void* largeFromTree(Space& m, size_t nb) {
         }
     }
     if (best == nullptr || rem >= m.dvSize - nb) return nullptr;
-    best = takeTreeChunk(m, best);
-    if (rem < kMinChunk) {
-        setInUse(best, rem + nb);
-    } else {
-        setInUseHead(best, nb);
-        Chunk* r = plus(best, nb);
-        setFree(r, rem);
-        insertChunk(m, r, rem);
-    }
-    return toMem(best);
+    return splitOff(m, takeTreeChunk(m, best), nb, rem, Remainder::Bin);
 }
 
 // ---- system memory ------------------------------------------------------------------------
@@ -726,13 +568,8 @@ ARENA_CODE inline void* fromFreeChunks(Space& m, size_t nb) {
         if (nb > m.dvSize) {
             if (bits != 0) {
                 uint32_t i = idx + static_cast<uint32_t>(std::countr_zero(bits));
-                Chunk* p = takeFirstSmall(m, i);
-                size_t rem = (size_t{i} << 4) - nb;
-                setInUseHead(p, nb);
-                Chunk* r = plus(p, nb);
-                setFree(r, rem);
-                replaceDv(m, r, rem);
-                return toMem(p);
+                return splitOff(m, takeFirstSmall(m, i), nb, (size_t{i} << 4) - nb,
+                                Remainder::Victim);
             }
             if (m.treeMap != 0) return smallFromTree(m, nb);
         }
@@ -1139,300 +976,11 @@ ARENA_CODE Space* buildSpace(char* base, size_t size, uint32_t segFlags) {
     return m;
 }
 
-// ---- consistency checker ------------------------------------------------------------------
-
-class Checker {
-public:
-    ARENA_CODE Checker(Space& m, mspace_check_report& r) : m_(m), r_(r) {}
-    ARENA_CODE ~Checker() {
-        if (scratch_ != nullptr) munmap(scratch_, scratchBytes_);
-    }
-
-    ARENA_CODE bool run();
-
-private:
-    ARENA_CODE bool problem(const char* what, const void* where = nullptr) {
-        if (r_.problem[0] == '\0')
-            std::snprintf(r_.problem, sizeof r_.problem, "%s (at %p)", what, where);
-        return false;
-    }
-    ARENA_CODE bool insideSegment(const Chunk* p, size_t size) const;
-    ARENA_CODE bool checkSegments();
-    ARENA_CODE bool walkSegment(Segment* s, bool collect);
-    ARENA_CODE bool checkFreeChunk(Chunk* p, const char* where);
-    ARENA_CODE bool claim(Chunk* p);
-    ARENA_CODE bool checkSmallBins();
-    ARENA_CODE bool checkTree(TreeChunk* t, uint32_t bin, int bit, size_t mask, size_t value,
-                              int depth);
-    ARENA_CODE bool checkTreeBins();
-
-    Space& m_;
-    mspace_check_report& r_;
-    size_t segmentCount_ = 0;
-    size_t maxSegments_ = 0;
-    size_t binnedExpected_ = 0;  // free chunks other than top and dv, from the walk
-    size_t binnedFound_ = 0;
-    bool topSeen_ = false;
-    bool dvSeen_ = false;
-    // Addresses of the binned free chunks, sorted, each with a "found in a bin" mark.
-    // Kept in a private mapping: the checker must not allocate from any heap, least of all
-    // the one it is checking.
-    void* scratch_ = nullptr;
-    size_t scratchBytes_ = 0;
-    uintptr_t* addrs_ = nullptr;
-    unsigned char* marks_ = nullptr;
-    size_t addrCount_ = 0;
-};
-
-ARENA_CODE bool Checker::insideSegment(const Chunk* p, size_t size) const {
-    size_t n = 0;
-    for (Segment* s = m_.segments; s != nullptr && n < maxSegments_; s = s->next, ++n) {
-        if (addr(p) >= addr(firstChunk(*s)) && addr(p) < addr(tailOf(s)) &&
-            size <= static_cast<size_t>(addr(tailOf(s)) - addr(p)))
-            return true;
-    }
-    return false;
-}
-
-ARENA_CODE bool Checker::checkSegments() {
-    // Every segment is at least a few chunks long, so the footprint bounds their number.
-    maxSegments_ = m_.footprint / (kStateChunk > kTailSize ? kTailSize : kStateChunk) + 2;
-    for (Segment* s = m_.segments; s != nullptr; s = s->next) {
-        if (++segmentCount_ > maxSegments_) return problem("segment list does not end", s);
-        if ((reinterpret_cast<uintptr_t>(s) & kAlignMask) != 0)
-            return problem("misaligned segment record", s);
-        if (s->base == nullptr || s->size < kMinChunk + kTailSize)
-            return problem("segment with no room", s);
-        if (s->base < m_.leastAddr) return problem("segment below the least address", s->base);
-        uint32_t kind = s->flags & (kSegMapped | kSegExternal);
-        if (kind != kSegMapped && kind != kSegExternal)
-            return problem("segment neither mapped nor external", s);
-        Chunk* tail = tailOf(s);
-        if (addr(tail) != segmentEnd(*s) - kTailSize)
-            return problem("segment record not at the segment's end", s);
-        if ((tail->head & ~kPrevInUse) != (kTailSize | kInUse | kSegmentTail))
-            return problem("bad segment record header", tail);
-        r_.segment_bytes += s->size;
-    }
-    r_.segments = segmentCount_;
-    if (segmentCount_ == 0) return problem("space without segments", &m_);
-    // Segments must not overlap; compare every pair when they are few, or sorted otherwise.
-    size_t i = 0;
-    for (Segment* a = m_.segments; a != nullptr; a = a->next, ++i) {
-        size_t j = 0;
-        for (Segment* b = m_.segments; b != nullptr && j < i; b = b->next, ++j) {
-            if (a->base < b->base + b->size && b->base < a->base + a->size)
-                return problem("overlapping segments", a->base);
-        }
-        if (i > 1024) break;  // beyond this the quadratic check costs more than it finds
-    }
-    return true;
-}
-
-ARENA_CODE bool Checker::checkFreeChunk(Chunk* p, const char* where) {
-    if ((reinterpret_cast<uintptr_t>(p) & kAlignMask) != 0) return problem(where, p);
-    size_t s = sizeOf(p);
-    if (inUse(p) || !prevInUse(p) || (p->head & (kMapped | kSegmentTail)) != 0)
-        return problem("binned chunk with wrong flags", p);
-    // With the sorted address list, claim() has proved p is a walked chunk already.
-    if (s < kMinChunk || (addrs_ == nullptr && !insideSegment(p, s)))
-        return problem("binned chunk outside the segments", p);
-    Chunk* next = plus(p, s);
-    if (next->prevFoot != s || prevInUse(next))
-        return problem("binned chunk with a bad boundary tag", p);
-    if (p == m_.top || p == m_.dv) return problem("top or victim in a bin", p);
-    return true;
-}
-
-// Marks p as found in a bin; each walked free chunk must be found exactly once.
-ARENA_CODE bool Checker::claim(Chunk* p) {
-    ++binnedFound_;
-    if (binnedFound_ > binnedExpected_) return problem("more binned chunks than free chunks", p);
-    if (addrs_ == nullptr) return true;
-    uintptr_t key = reinterpret_cast<uintptr_t>(p);
-    uintptr_t* at = std::lower_bound(addrs_, addrs_ + addrCount_, key);
-    if (at == addrs_ + addrCount_ || *at != key)
-        return problem("binned chunk that is not a chunk of any segment", p);
-    unsigned char& mark = marks_[at - addrs_];
-    if (mark != 0) return problem("chunk filed twice", p);
-    mark = 1;
-    return true;
-}
-
-ARENA_CODE bool Checker::walkSegment(Segment* s, bool collect) {
-    Chunk* tail = tailOf(s);
-    Chunk* p = firstChunk(*s);
-    Chunk* state = fromMem(&m_);
-    bool prevFree = false;
-    while (p != tail) {
-        if (addr(p) > addr(tail)) return problem("chunk runs past its segment", p);
-        size_t size = sizeOf(p);
-        if (size < kMinChunk || size > static_cast<size_t>(addr(tail) - addr(p)))
-            return problem("chunk with an impossible size", p);
-        if ((p->head & (kMapped | kSegmentTail)) != 0)
-            return problem("segment chunk with mapped or record flag", p);
-        if (prevInUse(p) == prevFree) return problem("previous-in-use bit is wrong", p);
-        Chunk* next = plus(p, size);
-        if (inUse(p)) {
-            if (p == m_.top || p == m_.dv) return problem("top or victim marked in use", p);
-            if (!collect && p != state) {
-                ++r_.in_use_chunks;
-                r_.in_use_bytes += size;
-            }
-            prevFree = false;
-        } else {
-            if (prevFree) return problem("two free chunks side by side", p);
-            if (p == m_.top) {
-                if (next != tail) return problem("top is not the last chunk of its segment", p);
-                if (size != topSize(m_) || tail != m_.topEnd)
-                    return problem("top size disagrees with its header", p);
-                if (!collect) topSeen_ = true;
-            } else {
-                if (next->prevFoot != size) return problem("free chunk with a bad footer", p);
-                if (p == m_.dv) {
-                    if (size != m_.dvSize) return problem("victim size disagrees with its header", p);
-                    if (!collect) dvSeen_ = true;
-                } else if (collect) {
-                    if (addrs_ != nullptr && addrCount_ < binnedExpected_)
-                        addrs_[addrCount_++] = reinterpret_cast<uintptr_t>(p);
-                } else {
-                    ++binnedExpected_;
-                }
-            }
-            if (!collect) {
-                ++r_.free_chunks;
-                r_.free_bytes += size;
-            }
-            prevFree = true;
-        }
-        p = next;
-    }
-    if (prevInUse(tail) == prevFree) return problem("segment record's previous-in-use bit is wrong", tail);
-    return true;
-}
-
-ARENA_CODE bool Checker::checkSmallBins() {
-    for (uint32_t i = 0; i < kSmallBinCount; ++i) {
-        Chunk* bin = &m_.smallBins[i];
-        bool marked = (m_.smallMap & (1u << i)) != 0;
-        if (marked != (bin->fd != bin)) return problem("small bin map disagrees with its bin", bin);
-        if (bin->fd->bk != bin || bin->bk->fd != bin) return problem("small bin ring broken", bin);
-        if (marked && i < smallIndex(kMinChunk)) return problem("chunk in a bin below the minimum", bin);
-        size_t steps = 0;
-        for (Chunk* p = bin->fd; p != bin; p = p->fd) {
-            if (++steps > binnedExpected_ + 1) return problem("small bin ring does not close", bin);
-            if (p->fd->bk != p || p->bk->fd != p) return problem("small bin ring broken", p);
-            if (sizeOf(p) != size_t{i} << 4) return problem("chunk in the wrong small bin", p);
-            if (!claim(p) || !checkFreeChunk(p, "misaligned chunk in a small bin")) return false;
-        }
-    }
-    return true;
-}
-
-ARENA_CODE bool Checker::checkTree(TreeChunk* t, uint32_t bin, int bit, size_t mask, size_t value,
-                                   int depth) {
-    if (depth > 64) return problem("tree deeper than the size has bits", t);
-    size_t s = sizeOf(t);
-    if (t->index != bin) return problem("tree chunk with the wrong bin index", t);
-    if (treeIndex(s) != bin) return problem("chunk in the wrong tree bin", t);
-    if ((s & mask) != value) return problem("tree chunk off its path", t);
-    if (!claim(t) || !checkFreeChunk(t, "misaligned tree chunk")) return false;
-    // The ring of chunks of the same size.
-    size_t steps = 0;
-    for (TreeChunk* u = asTree(t->fd); u != t; u = asTree(u->fd)) {
-        if (++steps > binnedExpected_) return problem("tree ring does not close", t);
-        if (u->fd->bk != u || u->bk->fd != u) return problem("tree ring broken", u);
-        if (sizeOf(u) != s) return problem("ring member of another size", u);
-        if (u->parent != nullptr || u->child[0] != nullptr || u->child[1] != nullptr)
-            return problem("ring member linked into the trie", u);
-        if (u->index != bin) return problem("ring member with the wrong bin index", u);
-        if (!claim(u) || !checkFreeChunk(u, "misaligned ring member")) return false;
-    }
-    if (t->fd->bk != t || t->bk->fd != t) return problem("tree ring broken", t);
-    for (int c = 0; c < 2; ++c) {
-        TreeChunk* k = t->child[c];
-        if (k == nullptr) continue;
-        if (bit < 4) return problem("trie deeper than the size bits allow", t);
-        if (k->parent != t) return problem("child does not point back to its parent", k);
-        size_t b = size_t{1} << bit;
-        if (!checkTree(k, bin, bit - 1, mask | b, value | (c != 0 ? b : 0), depth + 1))
-            return false;
-    }
-    return true;
-}
-
-ARENA_CODE bool Checker::checkTreeBins() {
-    for (uint32_t i = 0; i < kTreeBinCount; ++i) {
-        TreeChunk* root = m_.treeBins[i];
-        bool marked = (m_.treeMap & (1u << i)) != 0;
-        if (marked != (root != nullptr)) return problem("tree map disagrees with its bin", root);
-        if (root == nullptr) continue;
-        if (root->parent != root) return problem("tree root without the root mark", root);
-        if (!checkTree(root, i, static_cast<int>(trieTopBit(i)), 0, 0, 0)) return false;
-    }
-    return true;
-}
-
-ARENA_CODE bool Checker::run() {
-    if (m_.magic != kMagic) return problem("not a live space", &m_);
-    if (!checkSegments()) return false;
-    for (Segment* s = m_.segments; s != nullptr; s = s->next)
-        if (!walkSegment(s, false)) return false;
-    if (!topSeen_) return problem("top is not a chunk of any segment", m_.top);
-    if (topSize(m_) < kMinChunk) return problem("top smaller than a chunk", m_.top);
-    if (m_.dvSize != 0 && !dvSeen_) return problem("victim is not a chunk of any segment", m_.dv);
-    if (m_.dvSize == 0 && m_.dv != nullptr) return problem("empty victim still set", m_.dv);
-
-    if (binnedExpected_ != 0) {
-        scratchBytes_ = binnedExpected_ * (sizeof(uintptr_t) + 1);
-        void* got = mmap(nullptr, scratchBytes_, PROT_READ | PROT_WRITE,
-                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (got != MAP_FAILED) {
-            // Without it the count of binned chunks still has to agree; only the one-to-one
-            // match is skipped.
-            scratch_ = got;
-            addrs_ = static_cast<uintptr_t*>(got);
-            marks_ = reinterpret_cast<unsigned char*>(addrs_ + binnedExpected_);
-            for (Segment* s = m_.segments; s != nullptr; s = s->next) walkSegment(s, true);
-            std::sort(addrs_, addrs_ + addrCount_);
-        }
-    }
-    if (!checkSmallBins() || !checkTreeBins()) return false;
-    if (binnedFound_ != binnedExpected_)
-        return problem("free chunks missing from the bins", nullptr);
-
-    r_.mapped_chunks = m_.mappedChunks;
-    r_.mapped_bytes = m_.mappedBytes;
-    r_.footprint = m_.footprint;
-    if (m_.footprint != r_.segment_bytes + m_.mappedBytes)
-        return problem("footprint is not segments plus mapped blocks", nullptr);
-    if (m_.maxFootprint < m_.footprint) return problem("highest footprint below footprint", nullptr);
-    if ((m_.mappedChunks == 0) != (m_.mappedBytes == 0))
-        return problem("mapped block count and bytes disagree", nullptr);
-    for (Segment* s = m_.segments; s != nullptr; s = s->next)
-        if (addr(s->base) < m_.leastAddr) return problem("least address too high", s->base);
-    return true;
-}
-
 }  // namespace
 
 // ---- exported functions -------------------------------------------------------------------
 
 extern "C" {
-
-ARENA_CODE void* default_direct_mmap_func(unsigned long size, void*) {
-    return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-}
-
-ARENA_CODE void* default_mmap_func(unsigned long size, void*) {
-    return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-}
-
-ARENA_CODE int default_munmap_func(void* base, unsigned long size, void*) {
-    return munmap(base, size);
-}
-
-ARENA_CODE void* default_sbrk_func(int, void*) { return MAP_FAILED; }
 
 ARENA_CODE mspace create_mspace(unsigned long capacity, int) {
     ensureParams();
@@ -1531,6 +1079,12 @@ ARENA_CODE void mspace_free(mspace msp, void* mem) {
                 return autoTrim(m);
             return;
         }
+        if (next == m.dv) {
+            m.dv = p;
+            m.dvSize += size;
+            setFree(p, m.dvSize);
+            return;
+        }
         if ((nextHead & kInUse) != 0 && size < kMinLarge) {
             next->head = nextHead & ~kPrevInUse;
             setFree(p, size);
@@ -1556,10 +1110,8 @@ ARENA_CODE void* mspace_calloc(mspace msp, unsigned long n_elements, unsigned lo
 
 ARENA_CODE void* mspace_realloc(mspace msp, void* mem, unsigned long bytes) {
     if (mem == nullptr) return mspace_malloc(msp, bytes);
-    if (bytes == 0) {
-        mspace_free(msp, mem);
-        return nullptr;
-    }
+    // Zero bytes is a request like any other: the block shrinks to the smallest chunk and
+    // stays the caller's, as malloc(0) gives a block too. Freeing is not this arena's way.
     Space& m = spaceOf(msp);
     Chunk* p = checkedBlock(m, mem);
     if (bytes > kMaxRequest) return nullptr;
@@ -1659,17 +1211,6 @@ ARENA_CODE int mspace_mallopt(int number, int value) {
     }
 }
 
-ARENA_CODE int mspace_check(mspace msp, mspace_check_report* report) {
-    mspace_check_report local{};
-    mspace_check_report& r = report != nullptr ? *report : local;
-    r = mspace_check_report{};
-    if (msp == nullptr) {
-        std::snprintf(r.problem, sizeof r.problem, "null space");
-        return 1;
-    }
-    Checker checker(*static_cast<Space*>(msp), r);
-    return checker.run() ? 0 : 1;
-}
 
 }  // extern "C"
 

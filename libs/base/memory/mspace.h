@@ -118,10 +118,11 @@ MIREL_EXPORT unsigned long destroy_mspace(mspace msp);
 
 // The allocation functions of the space, with the usual contracts: null when the request
 // cannot be served (nothing is changed then), 16-byte alignment, mspace_free(msp, null)
-// does nothing, mspace_realloc(msp, null, n) allocates and mspace_realloc(msp, p, 0)
-// frees p and returns null. mspace_realloc returns null and leaves the block untouched
-// when it cannot grow it. mspace_calloc returns zeroed memory; a product that overflows
-// is refused.
+// does nothing, mspace_realloc(msp, null, n) allocates, and mspace_realloc(msp, p, 0)
+// shrinks p to a minimum-size block and returns it (free it as any other), just as
+// mspace_malloc(msp, 0) hands out a unique block. mspace_realloc returns null and leaves
+// the block untouched when it cannot grow it. mspace_calloc returns zeroed memory; a
+// product that overflows is refused.
 MIREL_EXPORT void* mspace_malloc(mspace msp, unsigned long bytes);
 MIREL_EXPORT void mspace_free(mspace msp, void* mem);
 MIREL_EXPORT void* mspace_calloc(mspace msp, unsigned long n_elements, unsigned long elem_size);

@@ -9,13 +9,7 @@
 
 namespace mirel {
 
-class StatusSubsysTable : public HashTable<StatusSubsys, unsigned short> {
-public:
-    explicit StatusSubsysTable(unsigned int size) : HashTable(size) {}
-    unsigned int hash(unsigned short key) const override { return key; }
-    unsigned short getKey(const StatusSubsys* subsys) const override { return subsys->id; }
-    bool match(unsigned short a, unsigned short b) const override { return a == b; }
-};
+using StatusSubsysTable = IdentityHashTable<StatusSubsys, unsigned short, &StatusSubsys::id>;
 
 // The library's own subsystem, "APP", number 0: the messages of its error and info words.
 // It keeps the base getSeverityString(), so its severities cannot be printed.
