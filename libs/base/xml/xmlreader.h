@@ -5,8 +5,9 @@
 //
 // Parsing happens in the constructor and never throws. On failure `root` is null and
 // `error` holds one of:
-//   Could not open file "<path>"
-//   Parse error: <expat's message>\nat line: <line>, column: <column>
+//   Could not open file "PATH"
+//   Parse error: MESSAGE, a line break, then at line: LINE, column: COLUMN
+// with expat's MESSAGE, LINE counted from 1 and COLUMN from 0
 // (or, where the UTF-16 expat itself cannot be loaded, a message saying so).
 //
 // The text rule: an element's text is gathered from its start tag, restarted at every
