@@ -1,11 +1,11 @@
 // Threads on POSIX threads: spawning through a start record, thread-local keys, the
 // main-thread mark and sleeping.
 #include <pthread.h>
-#include <time.h>
 
 #include <atomic>
 #include <cstdint>
 
+#include "base/linux/linuxutil_p.h"
 #include "base/memory/memoryobject.h"
 #include "base/system/system.h"
 
@@ -86,18 +86,6 @@ bool System::isMainThread() {
     return reinterpret_cast<std::uintptr_t>(getThreadStorage(sThreadIdKey)) == kMainThreadMark;
 }
 
-int System::sleep(int ms) {
-    timespec t;
-    if (ms == -1) {
-        t.tv_sec = 0x7FFFFFFF;
-        t.tv_nsec = 0;
-    } else {
-        // Truncating division: a negative value other than -1 gives a negative time, which
-        // nanosleep refuses at once.
-        t.tv_sec = ms / 1000;
-        t.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
-    }
-    return nanosleep(&t, nullptr);
-}
+int System::sleep(int ms) { return linuxutil::sleepMilliseconds(ms); }
 
 }  // namespace mirel

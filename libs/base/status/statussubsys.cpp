@@ -1,9 +1,9 @@
 // The subsystem registry, the printable texts, and the status module's load and unload.
 #include "base/status/statussubsys.h"
 
+#include "base/linux/linuxutil_p.h"
 #include "base/memory/memoryobject.h"
 #include "base/status/statusregistry_p.h"
-#include "base/system/system.h"
 #include "base/threads/spinlock.h"
 
 namespace mirel {
@@ -102,7 +102,7 @@ const QString& StatusSubsys::getSeverityString(StatusCode /*status*/) const {
     // Kept on purpose: the base class has no severity names, and asking itself again lands
     // right back here, for ever. Sleeping keeps the endless loop defined and off the
     // processor; a subsystem that prints severities overrides this.
-    for (;;) System::sleep(1000);
+    for (;;) linuxutil::sleepMilliseconds(1000);
 }
 
 // Public functions -------------------------------------------------------------------------

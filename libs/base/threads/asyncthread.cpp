@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include "base/linux/linuxutil_p.h"
 #include "base/system/system.h"
 
 namespace mirel {
@@ -164,7 +165,7 @@ int AsyncThread::exitThreads() {
         if (threads[i].pending.load(std::memory_order_relaxed) == 0) threads[i].wake.post();
     }
     lock.unlock();
-    while (__atomic_load_n(&liveCount, __ATOMIC_ACQUIRE) != 0) System::sleep(10);
+    while (__atomic_load_n(&liveCount, __ATOMIC_ACQUIRE) != 0) linuxutil::sleepMilliseconds(10);
     // Every worker has left its loop; joining only reclaims the threads.
     for (std::uint32_t i = 0; i < threadCount; ++i) {
         if (threads[i].thread != 0) {

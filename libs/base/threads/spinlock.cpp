@@ -5,7 +5,7 @@
 #include <pthread.h>
 #include <time.h>
 
-#include "base/system/system.h"
+#include "base/linux/linuxutil_p.h"
 #include "base/threads/spinlockdata_p.h"
 
 namespace mirel {
@@ -58,7 +58,7 @@ __attribute__((noinline)) int enterWithin(pthread_mutex_t* m, unsigned int ms) {
 }  // namespace
 
 SpinLock::SpinLock(unsigned long spinCount) : mData(new SpinLockData) {
-    if (System::getNumProcessors() > 1) mData->spinCount = static_cast<std::uint32_t>(spinCount);
+    if (linuxutil::onlineProcessors() > 1) mData->spinCount = static_cast<std::uint32_t>(spinCount);
     pthread_mutex_init(&mData->region, nullptr);
 }
 
@@ -104,7 +104,7 @@ void initLazyLock(std::atomic<SpinLock*>& lock, std::atomic<std::int32_t>& inite
         inited.store(1, std::memory_order_release);
         return;
     }
-    while (inited.load(std::memory_order_acquire) == 0) System::sleep(1);
+    while (inited.load(std::memory_order_acquire) == 0) linuxutil::sleepMilliseconds(1);
     TestThenAdd(&interlock, -1);
 }
 

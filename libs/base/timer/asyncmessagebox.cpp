@@ -1,4 +1,4 @@
-// The message box method, and System::AsyncMessageBox which hands one to the event loop.
+// The message box method that System::AsyncMessageBox hands to the event loop.
 #include "base/timer/asyncmessagebox.h"
 
 #include <QApplication>
@@ -26,10 +26,6 @@ void AsyncMessageBox::execute() {
     }
     // The method owns itself once handed over asynchronously.
     delete this;
-}
-
-void System::AsyncMessageBox(MessageType type, const QString& title, const QString& text) {
-    Timer::executeAsync(*new mirel::AsyncMessageBox(type, title, text));
 }
 
 }  // namespace mirel
