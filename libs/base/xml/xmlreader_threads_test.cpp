@@ -1,0 +1,44 @@
+// Readers that share one tree, copied and dropped on several threads at once: the tree must
+// stay whole while any copy holds it and be freed exactly once.
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <atomic>
+#include <vector>
+
+#include "base/testing/testutil.h"
+#include "base/xml/xmlreader.h"
+#include "base/xml/xmltree.h"
+
+namespace mirel {
+namespace {
+
+TEST(XmlReaderThreads, CopiesDroppedOnManyThreadsFreeTheTreeOnce) {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("shared.xml");
+    {
+        QFile f(path);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("<a><b>shared</b></a>");
+    }
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 200;
+    std::atomic<int> wrong{0};
+    for (int round = 0; round < kRounds; ++round) {
+        auto* original = new XmlReader(path);
+        ASSERT_NE(original->root, nullptr);
+        std::vector<XmlReader> copies(kThreads, *original);
+        delete original;
+        testing::runTogether(kThreads, [&](int i) {
+            XmlReader mine(copies[static_cast<std::size_t>(i)]);
+            copies[static_cast<std::size_t>(i)] = XmlReader(dir.filePath("missing.xml"));
+            if (XmlTree(mine.root).getValue("a/b") != QStringLiteral("shared")) ++wrong;
+        });
+    }
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+}  // namespace
+}  // namespace mirel
