@@ -12,8 +12,6 @@
 namespace mirel::tool {
 namespace {
 
-constexpr unsigned int kForever = 0xFFFFFFFFu;
-
 void contend(Output& out, int threads, long iterations) {
     SpinLock lock;
     long counter = 0;  // guarded by `lock` alone
@@ -48,14 +46,14 @@ void contend(Output& out, int threads, long iterations) {
 
     // Re-entry by the owner costs no platform call.
     constexpr int kDepth = 3;
-    for (int i = 0; i < kDepth; ++i) lock.lock(kForever);
+    for (int i = 0; i < kDepth; ++i) lock.lock(kWaitForever);
     int unlocked = 0;
     while (lock.unlock() == 0) ++unlocked;
 
     // A timed wait on a lock another thread holds gives up after its limit.
     std::atomic<bool> held{false}, release{false};
     std::thread holder([&] {
-        lock.lock(kForever);
+        lock.lock(kWaitForever);
         held = true;
         while (!release) System::sleep(1);
         lock.unlock();

@@ -10,7 +10,6 @@
 namespace mirel {
 
 namespace {
-constexpr unsigned int kWaitForever = 0xFFFFFFFFu;
 // A double start is reported with this word on purpose, although its text speaks of a cache.
 constexpr StatusCode kAlreadyStarted = status::kCacheNodeNotValid;
 }  // namespace

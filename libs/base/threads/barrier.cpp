@@ -7,8 +7,6 @@ namespace mirel {
 
 namespace {
 
-constexpr unsigned int kWaitForever = 0xFFFFFFFFu;
-
 inline void cpuRelax() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();

@@ -17,16 +17,13 @@ using testing::runTogether;
 using testing::takenElsewhere;
 using testing::Stopwatch;
 
-constexpr unsigned int kForever = 0xFFFFFFFFu;
-
-
 // Time-outs --------------------------------------------------------------------------------
 
 TEST(Conditional, TimedwaitRunsOutAndHandsTheLockBackAtItsDepth) {
     SpinLock lock;
     Conditional cond;
-    lock.lock(kForever);
-    lock.lock(kForever);
+    lock.lock(kWaitForever);
+    lock.lock(kWaitForever);
     Stopwatch clock;
     EXPECT_EQ(cond.timedwait(lock, 50), -1);
     const double ms = clock.elapsedMs();
@@ -94,7 +91,7 @@ TEST(Conditional, BroadcastWakesEveryWaiter) {
         });
     }
     for (;;) {
-        lock.lock(kForever);
+        lock.lock(kWaitForever);
         const int seen = waiting;
         lock.unlock();
         if (seen == kWaiters) break;
@@ -131,7 +128,7 @@ TEST(Conditional, WaiterOwnsTheLockAgainAfterOthersUsedItMeanwhile) {
             return;
         }
         while (consumed < long{kProducers} * kPerProducer) {
-            lock.lock(kForever);
+            lock.lock(kWaitForever);
             while (items == 0) cond.wait(lock);
             consumed += items;
             items = 0;
@@ -154,7 +151,7 @@ TEST(Conditional, WaitWithoutHoldingTheLockIsRefused) {
 
     std::atomic<bool> held{false}, release{false};
     std::thread owner([&] {
-        lock.lock(kForever);
+        lock.lock(kWaitForever);
         held = true;
         while (!release) System::sleep(1);
         lock.unlock();

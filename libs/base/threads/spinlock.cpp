@@ -26,8 +26,6 @@ int unlockRegion(SpinLockState* state) {
 
 namespace {
 
-constexpr unsigned int kWaitForever = 0xFFFFFFFFu;
-
 // The caller's pthread_self() value, cached per thread so that the inline re-entry paths
 // read a thread-local word instead of calling into the C library.
 __attribute__((noinline, cold)) pthread_t firstCurrentThread() {

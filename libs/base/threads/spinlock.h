@@ -44,6 +44,9 @@ MIREL_EXPORT extern __thread pthread_t tCurrentThread __attribute__((tls_model("
 
 }  // namespace detail
 
+// The timeout that makes SpinLock::lock() wait without limit.
+inline constexpr unsigned int kWaitForever = 0xFFFFFFFFu;
+
 class MIREL_EXPORT SpinLock {
 public:
     // `spinCount` is recorded when the machine has more than one processor and is otherwise
@@ -52,8 +55,8 @@ public:
     // Does not check whether the lock is held.
     ~SpinLock();
 
-    // Waits at most `timeout` milliseconds (all ones: without limit; 0: not at all). The owner
-    // re-enters at once whatever the timeout. 0 when the caller holds the lock, else -1.
+    // Waits at most `timeout` milliseconds (kWaitForever: without limit; 0: not at all). The
+    // owner re-enters at once whatever the timeout. 0 when the caller holds the lock, else -1.
     int lock(unsigned int timeout) {
         detail::SpinLockState* s = state();
         const pthread_t self = detail::tCurrentThread;
@@ -62,7 +65,7 @@ public:
             return 0;
         }
         // Waiting without limit is the common case, and needs nothing but the mutex.
-        if (timeout == 0xFFFFFFFFu && self != 0) {
+        if (timeout == kWaitForever && self != 0) {
             if (detail::lockRegion(s) != 0) return -1;
             s->owner.store(self, std::memory_order_relaxed);
             s->count.store(1, std::memory_order_relaxed);
@@ -118,7 +121,7 @@ inline detail::SpinLockState* SpinLock::state() const {
 // Holds `lock` (waiting without limit) for the life of the scope; results are discarded.
 class MIREL_EXPORT CSMutex {
 public:
-    explicit CSMutex(SpinLock& lock) : mLock(lock) { mLock.lock(0xFFFFFFFFu); }
+    explicit CSMutex(SpinLock& lock) : mLock(lock) { mLock.lock(kWaitForever); }
     ~CSMutex() { mLock.unlock(); }
 
     CSMutex(const CSMutex&) = delete;

@@ -16,14 +16,11 @@ using testing::runTogether;
 using testing::takenElsewhere;
 using testing::Stopwatch;
 
-constexpr unsigned int kForever = 0xFFFFFFFFu;
-
-
 // Recursion and ownership ---------------------------------------------------------------
 
 TEST(SpinLock, OwnerReentersWhateverTheTimeoutAndUnlocksOneLevelAtATime) {
     SpinLock lock;
-    ASSERT_EQ(lock.lock(kForever), 0);
+    ASSERT_EQ(lock.lock(kWaitForever), 0);
     EXPECT_EQ(lock.lock(0), 0) << "re-entry must not depend on the timeout";
     EXPECT_EQ(lock.trylock(), 0);
     EXPECT_EQ(lock.unlock(), 0);
@@ -40,8 +37,8 @@ TEST(SpinLock, UnlockByNonOwnerIsRefusedAndChangesNothing) {
 
     std::atomic<bool> held{false}, release{false};
     std::thread owner([&] {
-        lock.lock(kForever);
-        lock.lock(kForever);
+        lock.lock(kWaitForever);
+        lock.lock(kWaitForever);
         held = true;
         while (!release) System::sleep(1);
         lock.unlock();
@@ -68,8 +65,8 @@ TEST(SpinLock, ForceUnlockTakesOverAndRemovesExactlyOneLevel) {
     if (kUnderTsan) GTEST_SKIP() << "cross-thread unlock is reported by TSan";
     SpinLock lock;
     std::thread([&] {
-        lock.lock(kForever);
-        lock.lock(kForever);
+        lock.lock(kWaitForever);
+        lock.lock(kWaitForever);
     }).join();
 
     EXPECT_EQ(lock.forceUnlock(), 0);
@@ -83,7 +80,7 @@ TEST(SpinLock, ForceUnlockTakesOverAndRemovesExactlyOneLevel) {
 TEST(SpinLock, ForceUnlockOfASingleLevelReleases) {
     if (kUnderTsan) GTEST_SKIP() << "cross-thread unlock is reported by TSan";
     SpinLock lock;
-    std::thread([&] { lock.lock(kForever); }).join();
+    std::thread([&] { lock.lock(kWaitForever); }).join();
     EXPECT_EQ(lock.forceUnlock(), 0);
     EXPECT_FALSE(takenElsewhere(lock));
 }
@@ -92,7 +89,7 @@ TEST(SpinLock, StealOwnershipKeepsTheDepth) {
     if (kUnderTsan) GTEST_SKIP() << "cross-thread unlock is reported by TSan";
     SpinLock lock;
     std::thread([&] {
-        for (int i = 0; i < 3; ++i) lock.lock(kForever);
+        for (int i = 0; i < 3; ++i) lock.lock(kWaitForever);
     }).join();
     lock.stealOwnership();
     EXPECT_EQ(lock.unlock(), 0);
@@ -108,7 +105,7 @@ class HeldElsewhere : public ::testing::Test {
 protected:
     void SetUp() override {
         mOwner = std::thread([this] {
-            mLock.lock(kForever);
+            mLock.lock(kWaitForever);
             mHeld = true;
             while (!mRelease) System::sleep(1);
             if (mReleaseAfterMs > 0) System::sleep(mReleaseAfterMs);
