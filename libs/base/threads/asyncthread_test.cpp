@@ -6,6 +6,7 @@
 #include <functional>
 #include <thread>
 
+#include "base/status/statuscode.h"
 #include "base/system/system.h"
 #include "base/testing/testutil.h"
 
@@ -13,8 +14,6 @@ namespace mirel {
 namespace {
 
 using testing::Stopwatch;
-
-constexpr StatusCode kAlreadyStarted = 0xC0000002u;
 
 // Counts calls; optionally runs a body on each.
 class CountingHandler : public AsyncThreadHandler {
@@ -38,8 +37,6 @@ bool eventually(const std::function<bool()>& done, int ms = 5000) {
 }
 
 long liveCountOf(AsyncThread& group) { return __atomic_load_n(&group.liveCount, __ATOMIC_ACQUIRE); }
-
-// Lock-step ------------------------------------------------------------------------------
 
 // Each worker numbers its own rounds. Entering round k, it must find every call of rounds
 // 1..k-1 finished, by all workers: otherwise some worker ran ahead of a slower one.
@@ -72,99 +69,61 @@ TEST(AsyncThread, NoWorkerStartsARoundBeforeAllFinishedThePrevious) {
     EXPECT_EQ(liveCountOf(group), 0);
 }
 
-// Start and exit ---------------------------------------------------------------------------
-
 // Idle workers here wait for ready() without limit: the first round must not depend on the
-// idle wait, and exitThreads() must wake them to leave.
+// idle wait, signals given before the start must leave no trace, and exitThreads() must wake
+// the workers to leave.
 TEST(AsyncThread, StartRunsOneRoundAtOnceAndExitWakesIdleWorkers) {
     CountingHandler handler;
     AsyncThread group(&handler, 3);
     group.idleWaitTries = -1;
+    EXPECT_EQ(group.ready(), 0);
+    EXPECT_EQ(group.exitThreads(), 0);
     ASSERT_EQ(group.startThreads(), 0u);
     EXPECT_EQ(liveCountOf(group), 3) << "startThreads returned before every worker was in";
     ASSERT_TRUE(eventually([&] { return handler.calls >= 3; })) << "no first round";
     System::sleep(100);
     EXPECT_EQ(handler.calls, 3) << "exactly one round without a signal";
 
-    Stopwatch exitClock;
     EXPECT_EQ(group.exitThreads(), 0);
-    EXPECT_LT(exitClock.elapsedMs(), 5000.0);
     EXPECT_EQ(liveCountOf(group), 0);
     EXPECT_EQ(handler.calls, 3) << "leaving must not run a round";
 }
 
-TEST(AsyncThread, AGroupStartsOnceOnly) {
-    CountingHandler handler;
-    AsyncThread group(&handler, 2);
-    group.idleWaitTries = 10;
-    EXPECT_EQ(group.startThreads(), 0u);
-    EXPECT_EQ(group.startThreads(), kAlreadyStarted);
-    EXPECT_EQ(group.exitThreads(), 0);
-    EXPECT_EQ(group.startThreads(), kAlreadyStarted) << "restarted after exitThreads";
-    EXPECT_EQ(liveCountOf(group), 0) << "the refused start spawned workers";
-}
-
-TEST(AsyncThread, RacingStartsStartOneSetOfWorkers) {
+// The refusal is reported with this word on purpose, although its text speaks of a cache.
+TEST(AsyncThread, AGroupStartsOnceOnlyEvenWhenStartsRace) {
     CountingHandler handler;
     AsyncThread group(&handler, 2);
     group.idleWaitTries = 20000;
     std::atomic<int> zeros{0}, refused{0};
     testing::runTogether(3, [&](int) {
-        (group.startThreads() == 0 ? zeros : refused).fetch_add(1);
+        const StatusCode rc = group.startThreads();
+        if (rc == 0) ++zeros;
+        if (rc == status::kCacheNodeNotValid) ++refused;
     });
     EXPECT_EQ(zeros, 1);
     EXPECT_EQ(refused, 2);
     EXPECT_EQ(liveCountOf(group), 2);
     EXPECT_EQ(group.exitThreads(), 0);
+    EXPECT_EQ(group.startThreads(), status::kCacheNodeNotValid) << "restarted after exitThreads";
+    EXPECT_EQ(liveCountOf(group), 0) << "the refused start spawned workers";
 }
 
-TEST(AsyncThread, ReadyAndExitBeforeStartDoNothing) {
+// A worker's own exitThreads() could never see itself leave; the group's destructor stops
+// the workers rather than leave them on freed memory.
+TEST(AsyncThread, ExitFromAWorkerIsRefusedAndDestroyingARunningGroupStopsIt) {
     CountingHandler handler;
-    AsyncThread group(&handler, 2);
-    group.idleWaitTries = 0;
-    EXPECT_EQ(group.ready(), 0);
-    EXPECT_EQ(group.exitThreads(), 0);
-    System::sleep(20);
-    EXPECT_EQ(handler.calls, 0);
-    EXPECT_EQ(liveCountOf(group), 0);
-    for (std::uint32_t i = 0; i < group.threadCount; ++i) {
-        EXPECT_EQ(group.threads[i].pending, 0u) << "ready() before start queued work";
-    }
-}
-
-TEST(AsyncThread, AnEmptyGroupStartsAndExits) {
-    CountingHandler handler;
-    AsyncThread group(&handler, 0);
-    EXPECT_EQ(group.startThreads(), 0u);
-    EXPECT_EQ(group.ready(), 0);
-    EXPECT_EQ(group.exitThreads(), 0);
-    EXPECT_EQ(handler.calls, 0);
-}
-
-TEST(AsyncThread, ExitFromAWorkerIsRefusedInsteadOfWaitingForItself) {
-    CountingHandler handler;
-    AsyncThread group(&handler, 2);
-    group.idleWaitTries = 0;
     std::atomic<int> fromWorker{1};
-    // The first round may run before startThreads() has marked the group started.
-    handler.body = [&] {
-        if (group.started != 0) fromWorker = group.exitThreads();
-    };
-    ASSERT_EQ(group.startThreads(), 0u);
-    ASSERT_TRUE(eventually([&] { return fromWorker != 1; }));
-    EXPECT_EQ(fromWorker, -1);
-    EXPECT_EQ(group.exitThreads(), 0);
-    EXPECT_EQ(liveCountOf(group), 0);
-}
-
-TEST(AsyncThread, DestroyingARunningGroupStopsItsWorkers) {
-    CountingHandler handler;
     {
         AsyncThread group(&handler, 2);
         group.idleWaitTries = 0;
+        // The first round may run before startThreads() has marked the group started.
+        handler.body = [&] {
+            if (group.started != 0) fromWorker = group.exitThreads();
+        };
         ASSERT_EQ(group.startThreads(), 0u);
-        ASSERT_TRUE(eventually([&] { return handler.calls >= 10; }));
+        ASSERT_TRUE(eventually([&] { return handler.calls >= 10 && fromWorker != 1; }));
     }
+    EXPECT_EQ(fromWorker, -1);
     const long after = handler.calls;
     System::sleep(30);
     EXPECT_EQ(handler.calls, after) << "workers still running after the group was destroyed";
@@ -175,7 +134,7 @@ TEST(AsyncThread, DestroyingARunningGroupStopsItsWorkers) {
 TEST(AsyncThread, IdleWorkersTickAfterTheirWaitRunsOut) {
     CountingHandler handler;
     AsyncThread group(&handler, 2);
-    group.idleWaitTries = 50;  // 50 polls of 1 ms: at least 50 ms between rounds
+    group.idleWaitTries = 50;
     Stopwatch clock;
     ASSERT_EQ(group.startThreads(), 0u);
     ASSERT_TRUE(eventually([&] { return handler.calls >= 2 * 4; }, 10000))
@@ -186,18 +145,16 @@ TEST(AsyncThread, IdleWorkersTickAfterTheirWaitRunsOut) {
     EXPECT_GE(ms, 3 * 45.0) << "rounds came faster than the idle wait allows";
 }
 
-TEST(AsyncThread, ReadyStartsTheNextRoundWithoutWaitingOutTheIdleLimit) {
+TEST(AsyncThread, EachReadyStartsOneRoundWithoutWaitingOutTheIdleLimit) {
     CountingHandler handler;
     AsyncThread group(&handler, 2);
     group.idleWaitTries = 20000;
     ASSERT_EQ(group.startThreads(), 0u);
     ASSERT_TRUE(eventually([&] { return handler.calls == 2; }));
     for (int round = 2; round <= 4; ++round) {
-        Stopwatch clock;
         EXPECT_EQ(group.ready(), 0);
-        ASSERT_TRUE(eventually([&] { return handler.calls == 2 * round; }, 5000))
+        ASSERT_TRUE(eventually([&] { return handler.calls == 2 * round; }))
             << "round " << round << " did not follow ready()";
-        EXPECT_LT(clock.elapsedMs(), 5000.0);
     }
     System::sleep(50);
     EXPECT_EQ(handler.calls, 8) << "one ready() gave more than one round";
@@ -220,9 +177,6 @@ TEST(AsyncThread, SignalsBeyondTwoWhileBusyAreMerged) {
     ASSERT_EQ(group.startThreads(), 0u);
     ASSERT_TRUE(eventually([&] { return inFirstRound == 2; }));
     for (int i = 0; i < 3; ++i) EXPECT_EQ(group.ready(), 0);
-    for (std::uint32_t i = 0; i < group.threadCount; ++i) {
-        EXPECT_EQ(group.threads[i].pending, 2u) << "worker " << i;
-    }
     firstRoundDone = true;
     gate.post();
     gate.post();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/system/system.h"
+#include "base/testing/lockholder.h"
 #include "base/testing/testutil.h"
 #include "base/threads/spinlock.h"
 
@@ -14,11 +15,11 @@ namespace mirel {
 namespace {
 
 using testing::runTogether;
-using testing::takenElsewhere;
 using testing::Stopwatch;
+using testing::takenElsewhere;
 
-// Time-outs --------------------------------------------------------------------------------
-
+// The deadline is 32-bit arithmetic on purpose, so a limit past its range (here 50 minutes)
+// must not become a wait of that length either: it wraps to a deadline the platform refuses.
 TEST(Conditional, TimedwaitRunsOutAndHandsTheLockBackAtItsDepth) {
     SpinLock lock;
     Conditional cond;
@@ -26,87 +27,55 @@ TEST(Conditional, TimedwaitRunsOutAndHandsTheLockBackAtItsDepth) {
     lock.lock(kWaitForever);
     Stopwatch clock;
     EXPECT_EQ(cond.timedwait(lock, 50), -1);
-    const double ms = clock.elapsedMs();
-    EXPECT_GE(ms, 45.0);
-    EXPECT_LT(ms, 2000.0);
+    EXPECT_GE(clock.elapsedMs(), 45.0);
+    EXPECT_LT(clock.elapsedMs(), 2000.0);
+    for (unsigned long ms : {0ul, 3000000ul}) {
+        Stopwatch quick;
+        EXPECT_EQ(cond.timedwait(lock, ms), -1) << ms;
+        EXPECT_LT(quick.elapsedMs(), 1000.0) << ms;
+    }
     EXPECT_EQ(lock.unlock(), 0) << "the waiter no longer owns the lock";
     EXPECT_TRUE(takenElsewhere(lock)) << "the depth of 2 was lost";
     EXPECT_EQ(lock.unlock(), 0);
     EXPECT_FALSE(takenElsewhere(lock));
 }
 
-// A zero limit has passed already. The deadline is 32-bit arithmetic on purpose, so a limit
-// past its range (here 50 minutes) must not become a wait of that length either: it wraps to
-// a deadline the platform refuses.
-TEST(Conditional, ZeroAndOutOfRangeLimitsEndAtOnce) {
+// `waiters` threads wait with a limit of 10 s, so that a wake-up that misses one fails here
+// instead of hanging; returns how many were woken well before it.
+int wokenBy(int waiters, int (Conditional::*wake)()) {
     SpinLock lock;
     Conditional cond;
-    CSMutex hold(lock);
-    for (unsigned long ms : {0ul, 3000000ul}) {
-        Stopwatch clock;
-        EXPECT_EQ(cond.timedwait(lock, ms), -1) << ms;
-        EXPECT_LT(clock.elapsedMs(), 1000.0) << ms;
-    }
-}
-
-// Waking -----------------------------------------------------------------------------------
-
-TEST(Conditional, SignalEndsATimedWaitLongBeforeItsLimit) {
-    SpinLock lock;
-    Conditional cond;
-    bool flag = false;  // guarded by `lock`
-    int result = 1;
-    Stopwatch clock;
-    std::thread waiter([&] {
-        CSMutex hold(lock);
-        while (!flag) {
-            result = cond.timedwait(lock, 20000);
-            if (result != 0) break;
-        }
-    });
-    System::sleep(30);
-    {
-        CSMutex hold(lock);
-        flag = true;
-        cond.signal();
-    }
-    waiter.join();
-    EXPECT_EQ(result, 0);
-    EXPECT_LT(clock.elapsedMs(), 10000.0);
-}
-
-TEST(Conditional, BroadcastWakesEveryWaiter) {
-    SpinLock lock;
-    Conditional cond;
-    int go = 0, waiting = 0;  // guarded by `lock`
-    constexpr int kWaiters = 4;
-    std::vector<std::thread> waiters;
-    std::atomic<int> woke{0};
-    for (int i = 0; i < kWaiters; ++i) {
-        waiters.emplace_back([&] {
+    int waiting = 0;
+    bool go = false;  // both guarded by `lock`
+    std::atomic<int> woken{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < waiters; ++i) {
+        threads.emplace_back([&] {
             CSMutex hold(lock);
             ++waiting;
-            while (go == 0) cond.wait(lock);
-            ++woke;
+            Stopwatch clock;
+            int result = 0;
+            while (!go && result == 0) result = cond.timedwait(lock, 10000);
+            if (result == 0 && clock.elapsedMs() < 5000.0) ++woken;
         });
     }
-    for (;;) {
-        lock.lock(kWaitForever);
-        const int seen = waiting;
-        lock.unlock();
-        if (seen == kWaiters) break;
-        System::sleep(1);
+    for (bool all = false; !all; System::sleep(1)) {
+        CSMutex hold(lock);
+        all = waiting == waiters;
     }
     {
         CSMutex hold(lock);
-        go = 1;
-        cond.broadcast();
+        go = true;
+        (cond.*wake)();
     }
-    for (auto& t : waiters) t.join();
-    EXPECT_EQ(woke, kWaiters);
+    for (auto& t : threads) t.join();
+    return woken;
 }
 
-// Ownership across the wait ------------------------------------------------------------------
+TEST(Conditional, SignalWakesAWaiterAndBroadcastWakesEveryOne) {
+    EXPECT_EQ(wokenBy(1, &Conditional::signal), 1);
+    EXPECT_EQ(wokenBy(4, &Conditional::broadcast), 4);
+}
 
 // Others take and release the lock while the waiter is blocked. Unless the waiter's
 // ownership is restored when it wakes, its unlock() is refused and the mutex stays locked.
@@ -121,7 +90,7 @@ TEST(Conditional, WaiterOwnsTheLockAgainAfterOthersUsedItMeanwhile) {
         if (index < kProducers) {
             for (int i = 0; i < kPerProducer; ++i) {
                 CSMutex hold(lock);
-                CSMutex nested(lock);  // producers hold it two levels deep
+                CSMutex nested(lock);
                 ++items;
                 cond.signal();
             }
@@ -148,18 +117,8 @@ TEST(Conditional, WaitWithoutHoldingTheLockIsRefused) {
     Conditional cond;
     EXPECT_EQ(cond.wait(lock), -1);
     EXPECT_EQ(cond.timedwait(lock, 10), -1);
-
-    std::atomic<bool> held{false}, release{false};
-    std::thread owner([&] {
-        lock.lock(kWaitForever);
-        held = true;
-        while (!release) System::sleep(1);
-        lock.unlock();
-    });
-    while (!held) System::sleep(1);
+    testing::LockHolder holder(lock);
     EXPECT_EQ(cond.wait(lock), -1) << "the lock is held, but by another thread";
-    release = true;
-    owner.join();
 }
 
 }  // namespace

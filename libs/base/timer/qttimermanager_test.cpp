@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "base/system/system.h"
-#include "base/testing/testutil.h"
 
 namespace mirel {
 namespace {
@@ -52,9 +51,11 @@ bool processEventsUntil(const std::function<bool()>& done, int ms) {
 
 namespace {
 
-// Methods ------------------------------------------------------------------------------------
+void processEventsFor(int ms) {
+    processEventsUntil([] { return false; }, ms);
+}
 
-// Records where and how often it ran; `ran` is only touched on the thread that runs it.
+// Records where and how often it ran; only the thread that runs it touches it.
 struct WhereMethod : Timer::SyncMethod {
     void execute() override {
         onMainThread = System::isMainThread();
@@ -64,18 +65,13 @@ struct WhereMethod : Timer::SyncMethod {
     int runs = 0;
 };
 
-// Deletes itself when run, as an asynchronously handed-over method must.
-struct SelfDeletingMethod : Timer::SyncMethod {
-    explicit SelfDeletingMethod(std::atomic<int>* ranOnMain) : mRanOnMain(ranOnMain) {}
-    void execute() override {
-        if (System::isMainThread()) mRanOnMain->fetch_add(1);
-        delete this;
-    }
-    std::atomic<int>* mRanOnMain;
-};
-
-TEST(QtTimerManager, WorkersWaitUntilTheirMethodHasRunOnTheEventLoopThread) {
+TEST(QtTimerManager, ExecuteWaitsUntilTheMethodHasRunOnTheEventLoopThread) {
     QtTimerManager manager;
+    WhereMethod here;
+    Timer::execute(here, true);  // no event loop is running: posting would never return
+    EXPECT_EQ(here.runs, 1) << "on the event-loop thread itself it runs at once";
+    EXPECT_TRUE(here.onMainThread);
+
     constexpr int kWorkers = 3, kCalls = 40;
     std::atomic<int> finished{0}, notRunOnReturn{0}, offMain{0};
     std::vector<std::thread> workers;
@@ -97,55 +93,39 @@ TEST(QtTimerManager, WorkersWaitUntilTheirMethodHasRunOnTheEventLoopThread) {
     EXPECT_EQ(offMain, 0) << "methods must run on the event-loop thread";
 }
 
-TEST(QtTimerManager, ExecuteOnTheEventLoopThreadRunsAtOnce) {
-    QtTimerManager manager;
-    WhereMethod method;
-    Timer::execute(method, true);  // no event loop is running: posting would never return
-    EXPECT_EQ(method.runs, 1);
-    EXPECT_TRUE(method.onMainThread);
-}
+// Deletes itself when run, as an asynchronously handed-over method must.
+struct SelfDeletingMethod : Timer::SyncMethod {
+    SelfDeletingMethod(std::atomic<int>* ranOnMain, std::atomic<std::int32_t>* done)
+        : mRanOnMain(ranOnMain) {
+        doneFlag = done;
+    }
+    void execute() override {
+        if (System::isMainThread()) mRanOnMain->fetch_add(1);
+        delete this;
+    }
+    std::atomic<int>* mRanOnMain;
+};
 
+// Posted methods run on the loop, and those still queued when the manager goes run then:
+// nothing handed over is lost.
 TEST(QtTimerManager, AsyncMethodsArePostedRunOnTheLoopAndDeleteThemselves) {
-    QtTimerManager manager;
     std::atomic<int> ranOnMain{0};
-    std::atomic<std::int32_t> doneMain{1}, doneWorker{1}, doneNoWait{1};
-
-    auto* fromMain = new SelfDeletingMethod(&ranOnMain);
-    fromMain->doneFlag = &doneMain;
-    Timer::executeAsync(*fromMain);
-    EXPECT_EQ(doneMain, 1) << "executeAsync must post, not run at once";
-
-    std::thread worker([&] {
-        auto* m = new SelfDeletingMethod(&ranOnMain);
-        m->doneFlag = &doneWorker;
-        Timer::executeAsync(*m);  // returns although no loop runs yet
-        auto* n = new SelfDeletingMethod(&ranOnMain);
-        n->doneFlag = &doneNoWait;
-        Timer::execute(*n, false);
-    });
-    worker.join();
-
-    EXPECT_TRUE(processEventsUntil([&] { return ranOnMain == 3; }, 5000));
-    EXPECT_EQ(doneMain, 0) << "not deleted after running";
-    EXPECT_EQ(doneWorker, 0);
-    EXPECT_EQ(doneNoWait, 0);
-}
-
-TEST(QtTimerManager, MethodsStillQueuedRunWhenTheManagerGoesAway) {
-    std::atomic<int> ranOnMain{0};
-    std::atomic<std::int32_t> done{1};
+    std::atomic<std::int32_t> done[4] = {1, 1, 1, 1};
     {
         QtTimerManager manager;
-        auto* m = new SelfDeletingMethod(&ranOnMain);
-        m->doneFlag = &done;
-        Timer::executeAsync(*m);
+        Timer::executeAsync(*new SelfDeletingMethod(&ranOnMain, &done[0]));
+        EXPECT_EQ(done[0], 1) << "executeAsync must post, not run at once";
+        std::thread([&] {
+            Timer::executeAsync(*new SelfDeletingMethod(&ranOnMain, &done[1]));
+            Timer::execute(*new SelfDeletingMethod(&ranOnMain, &done[2]), false);
+        }).join();
+        EXPECT_TRUE(processEventsUntil([&] { return ranOnMain == 3; }, 5000));
+        Timer::executeAsync(*new SelfDeletingMethod(&ranOnMain, &done[3]));
     }
-    EXPECT_EQ(ranOnMain, 1);
-    EXPECT_EQ(done, 0);
+    EXPECT_EQ(ranOnMain, 4);
+    for (auto& d : done) EXPECT_EQ(d, 0) << "not deleted after running";
     EXPECT_EQ(sManager.load(), nullptr);
 }
-
-// Timers -------------------------------------------------------------------------------------
 
 // Records when each firing came, in milliseconds since start().
 struct IntervalObserver : ITimer::IObserver {
@@ -164,65 +144,52 @@ struct IntervalObserver : ITimer::IObserver {
     int stopAfter = 0;
 };
 
-TEST(QtTimerManager, RepeatingTimerFiresEveryIntervalOnTheLoopThreadUntilStopped) {
+TEST(QtTimerManager, TimersFireEveryIntervalOrOnceOnTheLoopThreadUntilStopped) {
     QtTimerManager manager;
-    Timer timer;
-    IntervalObserver observer;
-    observer.stopAfter = 3;
-    timer.addObserver(observer);
-    observer.start(timer, 40, false);
-    EXPECT_TRUE(timer.isActive());
-    ASSERT_TRUE(processEventsUntil([&] { return observer.firings.size() >= 3; }, 5000));
-    EXPECT_FALSE(timer.isActive());
-    processEventsUntil([] { return false; }, 150);
-    ASSERT_EQ(observer.firings.size(), 3u) << "fired after stop()";
+    Timer repeating, once;
+    IntervalObserver every, single;
+    every.stopAfter = 3;
+    repeating.addObserver(every);
+    once.addObserver(single);
+    every.start(repeating, 40, false);
+    single.start(once, 20, true);
+    EXPECT_TRUE(repeating.isActive());
+    ASSERT_TRUE(processEventsUntil([&] { return every.firings.size() >= 3; }, 5000));
+    EXPECT_FALSE(repeating.isActive());
+    EXPECT_FALSE(once.isActive());
+    processEventsFor(150);
+    ASSERT_EQ(every.firings.size(), 3u) << "fired after stop()";
     // A late firing shortens the next gap (the schedule is kept), so firing k is checked
     // against k firings from the start.
     for (int k = 1; k <= 3; ++k) {
-        EXPECT_GE(observer.firings[k - 1], k * 40 - 2) << "firing " << k << " came early";
-        EXPECT_LT(observer.firings[k - 1], 2000 * k);
+        EXPECT_GE(every.firings[k - 1], k * 40 - 2) << "firing " << k << " came early";
+        EXPECT_LT(every.firings[k - 1], 2000 * k);
     }
-    EXPECT_EQ(observer.offMain, 0);
+    ASSERT_EQ(single.firings.size(), 1u);
+    EXPECT_GE(single.firings[0], 18);
+    EXPECT_EQ(every.offMain + single.offMain, 0);
 }
 
-TEST(QtTimerManager, SingleShotTimerFiresOnce) {
-    QtTimerManager manager;
-    Timer timer;
+TEST(QtTimerManager, WhicheverOfManagerAndTimerGoesFirstNothingFiresAfterwards) {
     IntervalObserver observer;
-    timer.addObserver(observer);
-    observer.start(timer, 20, true);
-    ASSERT_TRUE(processEventsUntil([&] { return !observer.firings.empty(); }, 5000));
-    EXPECT_GE(observer.firings[0], 18);
-    EXPECT_FALSE(timer.isActive());
-    processEventsUntil([] { return false; }, 120);
-    EXPECT_EQ(observer.firings.size(), 1u);
-}
-
-TEST(QtTimerManager, ManagerGoingFirstLeavesItsTimersInertNotDangling) {
     auto* manager = new QtTimerManager;
+    {
+        Timer gone;
+        gone.addObserver(observer);
+        gone.start(5, false);
+    }
+    processEventsFor(50);
+    EXPECT_TRUE(observer.firings.empty()) << "a destroyed timer's QTimer still fired";
+
     Timer timer;
-    IntervalObserver observer;
     timer.addObserver(observer);
     timer.start(5, false);
-    ASSERT_NE(timer.peer, nullptr);
     delete manager;
     EXPECT_EQ(timer.peer, nullptr) << "the manager's peers must detach from their timers";
     EXPECT_FALSE(timer.isActive());
     timer.start(5, false);
-    processEventsUntil([] { return false; }, 50);
+    processEventsFor(50);
     EXPECT_TRUE(observer.firings.empty());
-}
-
-TEST(QtTimerManager, TimerGoingFirstTakesItsQTimerWithIt) {
-    QtTimerManager manager;
-    IntervalObserver observer;
-    {
-        Timer timer;
-        timer.addObserver(observer);
-        timer.start(5, false);
-    }
-    processEventsUntil([] { return false; }, 50);
-    EXPECT_TRUE(observer.firings.empty()) << "a destroyed timer's QTimer still fired";
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace mirel {
@@ -18,40 +19,24 @@ struct RecordingPeer : Timer::Peer {
         started.push_back({interval, singleShot});
         active = true;
     }
-    void stop() override {
-        ++stops;
-        active = false;
-    }
+    void stop() override { active = false; }
     bool isActive() const override { return active; }
 
-    struct Start {
-        unsigned int interval;
-        bool singleShot;
-    };
-    std::vector<Start> started;
-    int stops = 0;
+    std::vector<std::pair<unsigned int, bool>> started;
     bool active = false;
-    // Told the peer's `timer` pointer at the moment the peer is destroyed.
-    std::function<void(Timer*)> onDestroy;
+    std::function<void(Timer*)> onDestroy;  // told the peer's `timer` as the peer goes
 };
 
 struct RecordingManager : Timer::Manager {
-    Timer::Peer* createPeer(Timer* timer) override {
-        lastPeer = new RecordingPeer(timer);
-        return lastPeer;
-    }
+    Timer::Peer* createPeer(Timer* timer) override { return lastPeer = new RecordingPeer(timer); }
     void execute(Timer::SyncMethod& method, bool wait) override {
-        executed.push_back({&method, wait});
+        waits.push_back(wait);
         method.execute();
     }
     void executeAsync(Timer::SyncMethod& method) override { execute(method, false); }
 
-    struct Call {
-        Timer::SyncMethod* method;
-        bool wait;
-    };
     RecordingPeer* lastPeer = nullptr;
-    std::vector<Call> executed;
+    std::vector<bool> waits;
 };
 
 // Appends its name to a shared log on every firing, then runs an optional action.
@@ -68,19 +53,13 @@ struct NamedObserver : ITimer::IObserver {
     std::function<void()> action;
 };
 
-// Observers ---------------------------------------------------------------------------------
-
 TEST(TimerObservers, AddedOnceNotifiedInOrderAndRemovedOnce) {
     RecordingManager manager;
     Timer timer;
     std::string log;
     NamedObserver a('A', log), b('B', log), c('C', log);
-    EXPECT_TRUE(timer.addObserver(a));
-    EXPECT_TRUE(timer.addObserver(b));
-    EXPECT_TRUE(timer.addObserver(c));
+    for (auto* o : {&a, &b, &c}) EXPECT_TRUE(timer.addObserver(*o));
     EXPECT_FALSE(timer.addObserver(b)) << "a second add of the same observer";
-    EXPECT_TRUE(timer.hasObserver(b));
-
     timer.fire();
     EXPECT_EQ(log, "ABC");
     EXPECT_EQ(b.lastTimer, &timer) << "the event must name the timer that fired";
@@ -93,33 +72,25 @@ TEST(TimerObservers, AddedOnceNotifiedInOrderAndRemovedOnce) {
     EXPECT_EQ(log, "AC");
 }
 
+// The walk goes by position over the live list: a removal during a firing shifts the rest.
 TEST(TimerObservers, RemovingDuringFireSkipsTheNextOneInThatFiringOnly) {
     RecordingManager manager;
     Timer timer;
     std::string log;
-    NamedObserver a('A', log), b('B', log), c('C', log);
+    NamedObserver a('A', log), b('B', log), c('C', log), d('D', log);
     for (auto* o : {&a, &b, &c}) timer.addObserver(*o);
-
     b.action = [&] { timer.remObserver(b); };
     timer.fire();
-    EXPECT_EQ(log, "AB") << "B removed itself: the walk by position must skip C";
-    log.clear();
     timer.fire();
-    EXPECT_EQ(log, "AC");
+    EXPECT_EQ(log, "AB" "AC") << "B removed itself: that firing must skip C";
 
-    // Removing an earlier observer also shifts the rest under the walk.
-    NamedObserver d('D', log);
-    timer.addObserver(d);  // A, C, D
+    timer.addObserver(d);
     c.action = [&] { timer.remObserver(a); };
     log.clear();
     timer.fire();
-    EXPECT_EQ(log, "AC");
-    log.clear();
     timer.fire();
-    EXPECT_EQ(log, "CD");
+    EXPECT_EQ(log, "AC" "CD") << "C removed the earlier A: that firing must skip D";
 }
-
-// Peers -----------------------------------------------------------------------------------
 
 TEST(TimerPeer, OperationsAreForwardedUnchanged) {
     RecordingManager manager;
@@ -132,18 +103,14 @@ TEST(TimerPeer, OperationsAreForwardedUnchanged) {
     EXPECT_TRUE(timer.isActive());
     timer.stop();
     EXPECT_FALSE(timer.isActive());
-    ASSERT_EQ(peer->started.size(), 2u);
-    EXPECT_EQ(peer->started[0].interval, 250u);
-    EXPECT_TRUE(peer->started[0].singleShot);
-    EXPECT_EQ(peer->started[1].interval, 0xFFFFFFFFu);
-    EXPECT_FALSE(peer->started[1].singleShot);
-    EXPECT_EQ(peer->stops, 1);
+    using Start = std::pair<unsigned int, bool>;
+    EXPECT_EQ(peer->started, (std::vector<Start>{{250u, true}, {0xFFFFFFFFu, false}}));
 }
 
-TEST(TimerPeer, TimerDestroyedFirstDetachesAndDeletesItsPeer) {
+TEST(TimerPeer, WhicheverGoesFirstLeavesTheOtherNoDanglingPointer) {
     RecordingManager manager;
     bool destroyed = false;
-    Timer* seenByPeer = reinterpret_cast<Timer*>(1);
+    Timer* seenByPeer = reinterpret_cast<Timer*>(1);  // not yet told
     {
         Timer timer;
         manager.lastPeer->onDestroy = [&](Timer* t) {
@@ -153,76 +120,56 @@ TEST(TimerPeer, TimerDestroyedFirstDetachesAndDeletesItsPeer) {
     }
     EXPECT_TRUE(destroyed) << "the timer must delete its peer";
     EXPECT_EQ(seenByPeer, nullptr) << "the peer must no longer point at the dying timer";
-}
 
-TEST(TimerPeer, PeerDestroyedFirstLeavesTheTimerInert) {
-    RecordingManager manager;
     Timer timer;
     delete manager.lastPeer;  // as a manager going away would
     EXPECT_EQ(timer.peer, nullptr);
     timer.start(10, false);
-    timer.stop();
     EXPECT_FALSE(timer.isActive());
 }  // and the timer's destructor must not touch the deleted peer
 
-// Managers and methods ------------------------------------------------------------------------
-
 TEST(TimerManager, TheLatestManagerIsInstalledAndDestroyingAnyUninstalls) {
     EXPECT_EQ(sManager.load(), nullptr);
-    {
-        RecordingManager first;
-        EXPECT_EQ(sManager.load(), &first);
-        {
-            RecordingManager second;
-            EXPECT_EQ(sManager.load(), &second);
-            Timer timer;
-            EXPECT_EQ(timer.peer, second.lastPeer) << "the peer must come from the latest";
-            EXPECT_EQ(first.lastPeer, nullptr);
-        }
-        EXPECT_EQ(sManager.load(), nullptr) << "destroying the installed manager";
-        RecordingManager third;
-        {
-            RecordingManager fourth;
-        }
-        EXPECT_EQ(sManager.load(), nullptr) << "destroying a later one clears it too";
-    }
+    auto* first = new RecordingManager;
+    auto* second = new RecordingManager;
+    EXPECT_EQ(sManager.load(), second);
+    Timer timer;
+    EXPECT_EQ(timer.peer, second->lastPeer) << "the peer must come from the latest";
+    delete first;
+    EXPECT_EQ(sManager.load(), nullptr) << "destroying one that is not installed clears it too";
+    auto* third = new RecordingManager;
+    EXPECT_EQ(sManager.load(), third);
+    delete third;
     EXPECT_EQ(sManager.load(), nullptr);
+    delete second;
 }
 
-struct FlaggedMethod : Timer::SyncMethod {
+struct CountingMethod : Timer::SyncMethod {
     void execute() override { ++runs; }
     int runs = 0;
 };
 
-TEST(TimerManager, ExecuteGoesToTheInstalledManagerWithItsWaitFlag) {
+TEST(TimerManager, MethodsGoToTheInstalledManagerAndSayWhenTheyAreGone) {
     RecordingManager manager;
-    FlaggedMethod method;
+    CountingMethod method;
     Timer::execute(method, true);
     Timer::execute(method, false);
     Timer::executeAsync(method);
-    ASSERT_EQ(manager.executed.size(), 3u);
-    EXPECT_TRUE(manager.executed[0].wait);
-    EXPECT_FALSE(manager.executed[1].wait);
-    EXPECT_EQ(manager.executed[2].method, &method);
+    EXPECT_EQ(manager.waits, (std::vector<bool>{true, false, false}));
     EXPECT_EQ(method.runs, 3);
-}
 
-TEST(TimerManager, AMethodSaysWhenItIsGone) {
     std::atomic<std::int32_t> done{1};
-    auto* method = new FlaggedMethod;
-    ASSERT_NE(method, nullptr);
-    method->doneFlag = &done;
-    EXPECT_EQ(done, 1);
-    delete method;
+    auto* gone = new CountingMethod;
+    ASSERT_NE(gone, nullptr);
+    gone->doneFlag = &done;
+    delete gone;
     EXPECT_EQ(done, 0);
 }
 
-using TimerDeathTest = ::testing::Test;
-
-TEST_F(TimerDeathTest, UsingTimersWithoutAManagerEndsTheProcessWithAMessage) {
+TEST(TimerDeathTest, UsingTimersWithoutAManagerEndsTheProcessWithAMessage) {
     ASSERT_EQ(sManager.load(), nullptr);
     EXPECT_DEATH({ Timer timer; }, "no Timer::Manager installed");
-    FlaggedMethod method;
+    CountingMethod method;
     EXPECT_DEATH(Timer::execute(method, true), "Timer::execute with no Timer::Manager");
     EXPECT_DEATH(Timer::executeAsync(method), "Timer::executeAsync with no Timer::Manager");
 }
