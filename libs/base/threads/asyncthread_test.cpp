@@ -145,23 +145,7 @@ TEST(AsyncThread, IdleWorkersTickAfterTheirWaitRunsOut) {
     EXPECT_GE(ms, 3 * 45.0) << "rounds came faster than the idle wait allows";
 }
 
-TEST(AsyncThread, EachReadyStartsOneRoundWithoutWaitingOutTheIdleLimit) {
-    CountingHandler handler;
-    AsyncThread group(&handler, 2);
-    group.idleWaitTries = 20000;
-    ASSERT_EQ(group.startThreads(), 0u);
-    ASSERT_TRUE(eventually([&] { return handler.calls == 2; }));
-    for (int round = 2; round <= 4; ++round) {
-        EXPECT_EQ(group.ready(), 0);
-        ASSERT_TRUE(eventually([&] { return handler.calls == 2 * round; }))
-            << "round " << round << " did not follow ready()";
-    }
-    System::sleep(50);
-    EXPECT_EQ(handler.calls, 8) << "one ready() gave more than one round";
-    EXPECT_EQ(group.exitThreads(), 0);
-}
-
-TEST(AsyncThread, SignalsBeyondTwoWhileBusyAreMerged) {
+TEST(AsyncThread, ReadyGivesOneRoundAtOnceAndSignalsBeyondTwoWhileBusyMerge) {
     CountingHandler handler;
     AsyncThread group(&handler, 2);
     group.idleWaitTries = 20000;
@@ -183,6 +167,14 @@ TEST(AsyncThread, SignalsBeyondTwoWhileBusyAreMerged) {
     ASSERT_TRUE(eventually([&] { return handler.calls >= 6; }));
     System::sleep(150);
     EXPECT_EQ(handler.calls, 6) << "three signals while busy must give exactly two rounds";
+
+    // Idle again, each signal gives one round at once, not after the idle limit.
+    for (long round = 4; round <= 5; ++round) {
+        EXPECT_EQ(group.ready(), 0);
+        ASSERT_TRUE(eventually([&] { return handler.calls >= 2 * round; })) << "round " << round;
+    }
+    System::sleep(50);
+    EXPECT_EQ(handler.calls, 10) << "one ready() gave more than one round";
     EXPECT_EQ(group.exitThreads(), 0);
 }
 

@@ -51,17 +51,19 @@ TEST(Semaphore, PollingMakesExactlyTheTriesAskedFor) {
     EXPECT_GE(clock.elapsedMs(), 28.0) << "gave up before sleeping after each try";
     EXPECT_LT(clock.elapsedMs(), 2000.0);
 
-    std::thread poster([&] {
-        System::sleep(30);
-        s.post();
-    });
-    EXPECT_EQ(s.trywait(5000), 0) << "a unit posted meanwhile";
-    poster.join();
-    EXPECT_EQ(s.trywait(), -1) << "the polled unit was not taken";
+    // Negative tries wait without limit.
+    for (long tries : {5000L, -5L}) {
+        std::thread poster([&] {
+            System::sleep(30);
+            s.post();
+        });
+        EXPECT_EQ(s.trywait(tries), 0) << "a unit posted meanwhile, tries " << tries;
+        poster.join();
+        EXPECT_EQ(s.trywait(), -1) << "the polled unit was not taken, tries " << tries;
+    }
 }
 
-// Threads 0 and 1 post; 2 waits with wait() and 3 with negative tries, which wait without
-// limit.
+// Threads 0 and 1 post; 2 waits with wait() and 3 with negative tries.
 TEST(Semaphore, EveryPostIsTakenOnceByExactlyOneWaiter) {
     Semaphore s(0);
     constexpr int kPerThread = 5000;

@@ -151,7 +151,7 @@ TEST(QtTimerManager, TimersFireEveryIntervalOrOnceOnTheLoopThreadUntilStopped) {
     every.stopAfter = 3;
     repeating.addObserver(every);
     once.addObserver(single);
-    every.start(repeating, 40, false);
+    every.start(repeating, 100, false);
     single.start(once, 20, true);
     EXPECT_TRUE(repeating.isActive());
     ASSERT_TRUE(processEventsUntil([&] { return every.firings.size() >= 3; }, 5000));
@@ -160,13 +160,14 @@ TEST(QtTimerManager, TimersFireEveryIntervalOrOnceOnTheLoopThreadUntilStopped) {
     processEventsFor(150);
     ASSERT_EQ(every.firings.size(), 3u) << "fired after stop()";
     // A late firing shortens the next gap (the schedule is kept), so firing k is checked
-    // against k firings from the start.
+    // against k intervals from the start. Load only delays a timer: one that fires early (by
+    // more than the clock's truncation) is a coarse one.
     for (int k = 1; k <= 3; ++k) {
-        EXPECT_GE(every.firings[k - 1], k * 40 - 2) << "firing " << k << " came early";
+        EXPECT_GE(every.firings[k - 1], k * 100 - 1) << "firing " << k << " came early";
         EXPECT_LT(every.firings[k - 1], 2000 * k);
     }
     ASSERT_EQ(single.firings.size(), 1u);
-    EXPECT_GE(single.firings[0], 18);
+    EXPECT_GE(single.firings[0], 19);
     EXPECT_EQ(every.offMain + single.offMain, 0);
 }
 
