@@ -53,8 +53,8 @@ public:
     ~AsyncThread();
 
     // Starts the workers and returns once all of them have reached their first rendezvous;
-    // each then runs one round at once. 0, or 0xC0000002 when the group was started before
-    // (also after exitThreads(): a group runs once).
+    // each then runs one round at once. 0, or status::kCacheNodeNotValid when the group was
+    // started before (also after exitThreads(): a group runs once).
     StatusCode startThreads();
     // Signals one more round of work to every worker. Does nothing before startThreads().
     // Returns 0.

@@ -147,14 +147,15 @@ MIREL_EXPORT void initLazyLock(std::atomic<SpinLock*>& lock, std::atomic<std::in
 template <typename Tag>
 class MIREL_EXPORT LazyLock {
 public:
-    // The lock, made on first call; null after shutdown().
+    // The lock, made on first call; null once shutdown() has destroyed it.
     static SpinLock* gGlobalLock();
     static void initGlobalLock();
     // Wait without limit.
     static int lock();
     static int trylock();
     static int unlock();
-    // Destroys the lock for good: it is never made again.
+    // Destroys the lock, if made, for good: it is never made again. Before first use there
+    // is nothing to destroy, and first use still makes the lock.
     static void shutdown();
 
     static std::atomic<SpinLock*> globalLock;
@@ -166,9 +167,9 @@ public:
 }  // namespace detail
 
 // A process-wide lock created on first use, with no initialisation call. shutdown() is
-// one-way and belongs to process tear-down: afterwards gGlobalLock() is null and lock(),
-// trylock() and unlock() must not be called. The library guards its status-subsystem
-// registry and first clock reading with it.
+// one-way and belongs to process tear-down: once it has destroyed the lock, gGlobalLock() is
+// null and lock(), trylock() and unlock() must not be called. The library guards its
+// status-subsystem registry and first clock reading with it.
 class MIREL_EXPORT GlobalLock : public detail::LazyLock<GlobalLock> {};
 
 // A second process-wide lock, identical to GlobalLock, for the application; the library
