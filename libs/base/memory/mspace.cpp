@@ -1192,18 +1192,18 @@ ARENA_CODE void mspace_malloc_stats(mspace msp) {
 
 ARENA_CODE int mspace_mallopt(int number, int value) {
     ensureParams();
-    // -1 becomes the largest size, as the parameter table promises; other negative values
-    // become huge sizes the same way.
+    // kMspaceLargest becomes the largest size, as promised; other negative values become
+    // huge sizes the same way.
     size_t v = static_cast<size_t>(static_cast<long>(value));
     switch (number) {
-        case -1:
+        case kMspaceTrimThreshold:
             gParams.trimThreshold.store(v, std::memory_order_relaxed);
             return 1;
-        case -2:
+        case kMspaceGranularity:
             if (v < gParams.pageSize.load(std::memory_order_relaxed) || (v & (v - 1)) != 0) return 0;
             gParams.granularity.store(v, std::memory_order_relaxed);
             return 1;
-        case -3:
+        case kMspaceMmapThreshold:
             gParams.mmapThreshold.store(v, std::memory_order_relaxed);
             return 1;
         default:
