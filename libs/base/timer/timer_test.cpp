@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -98,13 +99,14 @@ TEST(TimerPeer, OperationsAreForwardedUnchanged) {
     RecordingPeer* peer = manager.lastPeer;
     ASSERT_EQ(timer.peer, peer);
     EXPECT_EQ(peer->timer, &timer);
+    constexpr unsigned int kLongest = std::numeric_limits<unsigned int>::max();
     timer.start(250, true);
-    timer.start(0xFFFFFFFFu, false);
+    timer.start(kLongest, false);
     EXPECT_TRUE(timer.isActive());
     timer.stop();
     EXPECT_FALSE(timer.isActive());
     using Start = std::pair<unsigned int, bool>;
-    EXPECT_EQ(peer->started, (std::vector<Start>{{250u, true}, {0xFFFFFFFFu, false}}));
+    EXPECT_EQ(peer->started, (std::vector<Start>{{250u, true}, {kLongest, false}}));
 }
 
 TEST(TimerPeer, WhicheverGoesFirstLeavesTheOtherNoDanglingPointer) {
