@@ -5,17 +5,12 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-#include "base/testing/toolrun.h"
+#include "base/testing/toolrunner.h"
 
+namespace mirel::testing {
 namespace {
 
-using mirel::testing::hasFields;
-using mirel::testing::ToolRun;
-
-class CoordsTool : public ::testing::Test {
-protected:
-    mirel::testing::Tool mirel{MIREL_TOOL_PATH};
-};
+using CoordsTool = ToolTest;
 
 TEST_F(CoordsTool, NamesTheFormOfEachTextAndFailsWhenOneIsNoCoordinate) {
     const QJsonArray r =
@@ -55,3 +50,4 @@ TEST_F(CoordsTool, FindsPairsWithLineAndColumnInAFileOrStandardInput) {
 }
 
 }  // namespace
+}  // namespace mirel::testing

@@ -5,17 +5,12 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-#include "base/testing/toolrun.h"
+#include "base/testing/toolrunner.h"
 
+namespace mirel::testing {
 namespace {
 
-using mirel::testing::hasFields;
-using mirel::testing::ToolRun;
-
-class DateTool : public ::testing::Test {
-protected:
-    mirel::testing::Tool mirel{MIREL_TOOL_PATH};
-};
+using DateTool = ToolTest;
 
 TEST_F(DateTool, RefusedTextsExitOneWithTheLibrarysMessage) {
     for (const QStringList& args : {QStringList{"date", "parse", "2006-07-04T10:20:30-05:00"},
@@ -58,3 +53,4 @@ TEST_F(DateTool, CommandsReportTheLibrarysAnswers) {
 }
 
 }  // namespace
+}  // namespace mirel::testing

@@ -5,8 +5,9 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-#include "base/testing/toolrun.h"
+#include "base/testing/toolrunner.h"
 
+namespace mirel::testing {
 namespace {
 
 double total(const QJsonArray& ranges) {
@@ -15,8 +16,9 @@ double total(const QJsonArray& ranges) {
     return sum;
 }
 
-TEST(PoolTool, TrimGivesSegmentsBackAndTheRangesFollow) {
-    const mirel::testing::Tool mirel(MIREL_TOOL_PATH);
+using PoolTool = ToolTest;
+
+TEST_F(PoolTool, TrimGivesSegmentsBackAndTheRangesFollow) {
     // Blocks of 100-200 KB make the pool grow by many 4 MiB segments.
     const QJsonObject o = mirel.json({"pool", "--blocks", "200", "--min-size", "100000", "--max-size", "200000",
                                       "--trim", "--json"});
@@ -34,3 +36,4 @@ TEST(PoolTool, TrimGivesSegmentsBackAndTheRangesFollow) {
 }
 
 }  // namespace
+}  // namespace mirel::testing

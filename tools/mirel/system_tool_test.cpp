@@ -8,17 +8,12 @@
 
 #include <unistd.h>
 
-#include "base/testing/toolrun.h"
+#include "base/testing/toolrunner.h"
 
+namespace mirel::testing {
 namespace {
 
-using mirel::testing::hasFields;
-using mirel::testing::ToolRun;
-
-class SystemTool : public ::testing::Test {
-protected:
-    mirel::testing::Tool mirel{MIREL_TOOL_PATH};
-};
+using SystemTool = ToolTest;
 
 TEST_F(SystemTool, SysinfoReportsFactsAndFolders) {
     const QJsonObject o = mirel.json({"sysinfo", "--json", "--install-path", "/opt/app"});
@@ -78,3 +73,4 @@ TEST_F(SystemTool, ResourcesBySizeAndPixels) {
 }
 
 }  // namespace
+}  // namespace mirel::testing

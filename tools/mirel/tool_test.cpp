@@ -10,17 +10,12 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "base/testing/toolrun.h"
+#include "base/testing/toolrunner.h"
 
+namespace mirel::testing {
 namespace {
 
-using mirel::testing::hasFields;
-using mirel::testing::ToolRun;
-
-class Tool : public ::testing::Test {
-protected:
-    mirel::testing::Tool mirel{MIREL_TOOL_PATH};
-};
+using Tool = ToolTest;
 
 // Errors, help and the tour ---------------------------------------------------------------------
 
@@ -120,7 +115,6 @@ TEST_F(Tool, PoolAccountsEveryByteItHandsOut) {
     // Blocks alternate between the managers and the odd ones (the second's) were freed.
     EXPECT_TRUE(hasFields(o, {{"blocksAllocated", 1000}, {"blocksFreed", 500}, {"managers", QJsonArray{500 * 64, 0}},
                               {"poolAllocatedBytes", 500 * 64}}));
-    EXPECT_GE(o["ranges"].toArray().size(), 1);
     EXPECT_GE(o["footprint"].toDouble(), o["inUseBytes"].toDouble());
     // The process heap ran the same workload beside the pool.
     EXPECT_GT(o["heap"]["nsPerAlloc"].toDouble(), 0.0);
@@ -218,10 +212,7 @@ TEST_F(Tool, TimeShowsTheClocksAndTimesFrames) {
     EXPECT_GE(o["getTime"].toDouble(), o["getStartTime"].toDouble());
     const QJsonArray dts = o["variableGlobalDT"].toArray();
     ASSERT_EQ(dts.size(), 3);
-    for (const auto& dt : dts) {
-        EXPECT_GE(dt.toDouble(), 0.027);
-        EXPECT_LE(dt.toDouble(), 0.2);
-    }
+    for (const auto& dt : dts) EXPECT_TRUE(dt.toDouble() >= 0.027 && dt.toDouble() <= 0.2) << dt.toDouble();
     EXPECT_TRUE(hasFields(o, {{"fixedGlobalDT", 0.04}, {"currentFrame", 4}, {"planetRadius", 6371000}}));
 }
 
@@ -328,16 +319,15 @@ TEST_F(Tool, RandomSequencesAreReproducibleAndRight) {
     // A negative upper bound goes after "--", and so would anything else.
     for (const auto& v : mirel.json({"random", "--json", "--count", "30", "--range", "-10", "--", "-3"})["values"]
                              .toArray()) {
-        EXPECT_GE(v.toInt(), -10);
-        EXPECT_LT(v.toInt(), -3);
+        EXPECT_TRUE(v.toInt() >= -10 && v.toInt() < -3) << v.toInt();
     }
     // Seed 0 is the default seed; without a range the values are fractions in [0, 1).
     EXPECT_EQ(values({"random", "--seed", "0", "--count", "5"}),
               values({"random", "--seed", "3141592", "--count", "5"}));
     for (const auto& v : values({"random", "--seed", "9", "--count", "50"})) {
-        EXPECT_GE(v.toDouble(), 0.0);
-        EXPECT_LT(v.toDouble(), 1.0);
+        EXPECT_TRUE(v.toDouble() >= 0.0 && v.toDouble() < 1.0) << v.toDouble();
     }
 }
 
 }  // namespace
+}  // namespace mirel::testing

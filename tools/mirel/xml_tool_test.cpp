@@ -4,17 +4,12 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-#include "base/testing/toolrun.h"
+#include "base/testing/toolrunner.h"
 
+namespace mirel::testing {
 namespace {
 
-using mirel::testing::hasFields;
-using mirel::testing::ToolRun;
-
-class XmlTool : public ::testing::Test {
-protected:
-    mirel::testing::Tool mirel{MIREL_TOOL_PATH};
-};
+using XmlTool = ToolTest;
 
 const char kLayers[] =
     "<layers>\n  <layer>\n    <name> Coast\nlines </name>\n    <visible>true</visible>\n  </layer>\n"
@@ -69,10 +64,7 @@ TEST_F(XmlTool, XmlExitsOneForAMissingPathABrokenFileOrNoFile) {
 // and the depth written out instead.
 TEST_F(XmlTool, XmlPrintsAHostilelyDeepTree) {
     constexpr int kDepth = 200000;
-    QByteArray doc;
-    for (int i = 0; i < kDepth; ++i) doc += "<e>";
-    doc += "bottom";
-    for (int i = 0; i < kDepth; ++i) doc += "</e>";
+    const QByteArray doc = QByteArray("<e>").repeated(kDepth) + "bottom" + QByteArray("</e>").repeated(kDepth);
     const ToolRun r = mirel({"xml", mirel.file("deep.xml", doc)});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     const QStringList lines = r.out.split('\n', Qt::SkipEmptyParts);
@@ -100,3 +92,4 @@ TEST_F(XmlTool, DictWritesTheFileBackInKeyOrder) {
 }
 
 }  // namespace
+}  // namespace mirel::testing

@@ -1,6 +1,7 @@
 // Runs the mirel tool as a person would, for the tool's tests: a real process, its exit
 // status, what it wrote on each stream, and a home of its own so that no run reads or
-// writes the settings and folders of whoever runs the tests.
+// writes the settings and folders of whoever runs the tests. A test file of the tool test
+// program takes ToolTest as its fixture (`using XmlTool = ToolTest;`) and calls `mirel`.
 #pragma once
 
 #include <QByteArray>
@@ -23,12 +24,12 @@ struct ToolRun {
     QJsonObject json() const;
 };
 
-// The tool at `program` (the test build's MIREL_TOOL_PATH), run with HOME at a temporary
-// folder made for this object and XDG config, data and cache folders below it. Make one
-// per test (a fixture member) so that tests share no files.
-class Tool {
+// The program at `program`, run with HOME at a temporary folder made for this object and
+// the XDG config, data and cache folders below it. One per test, so that tests share no
+// files. Not thread-safe.
+class ToolRunner {
 public:
-    explicit Tool(QString program);
+    explicit ToolRunner(QString program);
 
     // The temporary home; removed with the object.
     QString home() const { return mHome.path(); }
@@ -51,5 +52,14 @@ private:
 // Whether `actual` holds every key of `expected` with an equal value (numbers compare as
 // doubles); the failure names each key that differs. For checking many fields of one result.
 ::testing::AssertionResult hasFields(const QJsonObject& actual, const QJsonObject& expected);
+
+#ifdef MIREL_TOOL_PATH
+// Base of the tool's test fixtures: `mirel` runs the tool that the test program was built
+// beside (its MIREL_TOOL_PATH), with a home made afresh for each test.
+class ToolTest : public ::testing::Test {
+protected:
+    ToolRunner mirel{MIREL_TOOL_PATH};
+};
+#endif
 
 }  // namespace mirel::testing

@@ -1,4 +1,4 @@
-#include "base/testing/toolrun.h"
+#include "base/testing/toolrunner.h"
 
 #include <QDir>
 #include <QFile>
@@ -7,6 +7,8 @@
 #include <QJsonDocument>
 #include <QProcess>
 #include <QProcessEnvironment>
+
+#include <utility>
 
 namespace mirel::testing {
 
@@ -39,11 +41,11 @@ QJsonObject ToolRun::json() const {
     return doc.object();
 }
 
-Tool::Tool(QString program) : mProgram(std::move(program)) {
+ToolRunner::ToolRunner(QString program) : mProgram(std::move(program)) {
     EXPECT_TRUE(mHome.isValid()) << mHome.errorString().toStdString();
 }
 
-QString Tool::file(const QString& name, const QByteArray& bytes) const {
+QString ToolRunner::file(const QString& name, const QByteArray& bytes) const {
     const QString path = QDir(mHome.path()).filePath(name);
     QDir().mkpath(QFileInfo(path).path());
     QFile f(path);
@@ -52,7 +54,7 @@ QString Tool::file(const QString& name, const QByteArray& bytes) const {
     return path;
 }
 
-ToolRun Tool::operator()(const QStringList& args, const QByteArray& input) const {
+ToolRun ToolRunner::operator()(const QStringList& args, const QByteArray& input) const {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("HOME", mHome.path());
     env.insert("XDG_CONFIG_HOME", mHome.path() + "/config");
@@ -74,7 +76,7 @@ ToolRun Tool::operator()(const QStringList& args, const QByteArray& input) const
             QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
 }
 
-QJsonObject Tool::json(const QStringList& args) const {
+QJsonObject ToolRunner::json(const QStringList& args) const {
     const ToolRun r = (*this)(args);
     EXPECT_EQ(r.status, 0) << "mirel " << args.join(' ').toStdString() << ": " << r.err.toStdString();
     return r.json();
