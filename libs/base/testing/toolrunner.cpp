@@ -1,7 +1,8 @@
 #include "base/testing/toolrunner.h"
 
+#include "base/testing/files.h"
+
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -48,9 +49,7 @@ ToolRunner::ToolRunner(QString program) : mProgram(std::move(program)) {
 QString ToolRunner::file(const QString& name, const QByteArray& bytes) const {
     const QString path = QDir(mHome.path()).filePath(name);
     QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
-    EXPECT_EQ(f.write(bytes), bytes.size()) << path.toStdString();
+    writeFile(path, bytes);
     return path;
 }
 
