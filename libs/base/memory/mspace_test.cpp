@@ -33,11 +33,7 @@ constexpr unsigned long kHuge = ~0ul;
 // Every test leaves the process-wide parameters as it found them.
 class Mspace : public ::testing::Test {
 protected:
-    void TearDown() override {
-        mspace_mallopt(kMspaceTrimThreshold, 2 * 1024 * 1024);
-        mspace_mallopt(kMspaceGranularity, kGranularity);
-        mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
-    }
+    void TearDown() override { arena_stress::restoreDefaults(); }
 };
 using MspaceDeathTest = Mspace;
 
@@ -96,7 +92,7 @@ std::string bytes(const void* p, std::size_t n) { return {static_cast<const char
 
 // Creation --------------------------------------------------------------------------------
 
-TEST_F(Mspace, CreationMapsWholeUnitsAndRefusesBadArguments) {
+TEST_F(Mspace, CreationMapsWholeUnitsUsesOnlyTheRegionGivenAndRefusesBadArguments) {
     mspace m = create_mspace(0, 0);
     EXPECT_EQ(mspace_footprint(m), kGranularity);  // one unit when the capacity is 0
     EXPECT_EQ(destroy_mspace(m), kGranularity);
@@ -113,26 +109,23 @@ TEST_F(Mspace, CreationMapsWholeUnitsAndRefusesBadArguments) {
     EXPECT_EQ(create_mspace_with_base(nullptr, sizeof region, 0), nullptr);
     EXPECT_EQ(create_mspace_with_base(region, 64, 0), nullptr);  // no room for the state
     EXPECT_EQ(create_mspace_with_base(region, kHuge, 0), nullptr);
-    m = create_mspace_with_base(region, sizeof region, 0);
     mspace_hooks none{};
-    EXPECT_EQ(mspace_set_hooks(m, &none), 0);
+    EXPECT_EQ(mspace_set_hooks(m = create_mspace_with_base(region, sizeof region, 0), &none), 0);
     EXPECT_EQ(mspace_set_hooks(m, nullptr), 0);
     destroy_mspace(m);
-}
 
-TEST_F(Mspace, AMisalignedRegionIsUsedOnlyWithinItsBounds) {
+    // A misaligned region: blocks stay aligned and inside it, and nothing is mapped.
     std::vector<char> buffer(64 * 1024, 'c');
     char* base = buffer.data() + 3;
-    std::size_t size = buffer.size() - 10;
-    mspace m = create_mspace_with_base(base, size, 0);
+    m = create_mspace_with_base(base, buffer.size() - 10, 0);
     for (int i = 0; i < 60; ++i) {
         auto* p = static_cast<char*>(mspace_malloc(m, 1000));
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
-        EXPECT_TRUE(p >= base && p + 1000 <= base + size);
+        EXPECT_TRUE(p >= base && p + 1000 <= base + buffer.size() - 10);
     }
     sound(m);
-    EXPECT_EQ(destroy_mspace(m), 0u);  // nothing was mapped
-    EXPECT_EQ(bytes(buffer.data(), 3) + bytes(base + size, 7), std::string(10, 'c'));
+    EXPECT_EQ(destroy_mspace(m), 0u);
+    EXPECT_EQ(bytes(buffer.data(), 3) + bytes(base + buffer.size() - 10, 7), std::string(10, 'c'));
 }
 
 TEST_F(Mspace, CaCreationStoresHooksAndContextButKeepsDefaultUnmapping) {
@@ -196,9 +189,7 @@ TEST_F(Mspace, ReallocResizesInPlaceWhenItCanAndCopiesWhenItMoves) {
     EXPECT_NE(mspace_realloc(m, p, 112 + mspace_mallinfo(m).keepcost - 24), p);
     sound(m);
     destroy_mspace(m);
-}
 
-TEST_F(Mspace, ResizingInPlaceKeepsAFreePredecessorMergeable) {
     // Into the top, into a free neighbour, and shrinking: p must go on telling that its
     // predecessor is free, or the two would never merge again.
     for (int way = 0; way < 3; ++way) {
