@@ -6,6 +6,7 @@
 #include <cstring>
 #include <deque>
 
+#include "base/memory/mspace_stress_test.h"
 #include "base/testing/testutil.h"
 
 using namespace mirel;
@@ -50,9 +51,7 @@ TEST(MspaceThreads, SpacesOnSeveralThreadsWhileTheParametersChange) {
         ++done;
     });
     EXPECT_EQ(broken.load(), 0);
-    mspace_mallopt(kMspaceTrimThreshold, 2 * 1024 * 1024);
-    mspace_mallopt(kMspaceGranularity, 65536);
-    mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
+    arena_stress::restoreDefaults();
 }
 
 }  // namespace
