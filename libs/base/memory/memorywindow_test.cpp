@@ -140,6 +140,14 @@ void tickAndClick(QDialog& d) {
     clickButton0(d);
 }
 
+// A call that should show nothing; should it show after all, the window is closed for it.
+int showExpectingNothing(QWidget* parent, const QString& id) {
+    Driver driver(clickButton0);
+    const int result = driver.show(parent, id, false, "c", "t", "OK", "");
+    EXPECT_EQ(driver.seen.showings, 0) << qPrintable(id);
+    return result;
+}
+
 std::unique_ptr<QSettings> store() { return std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings()); }
 
 QString storeFile() { return store()->fileName(); }
@@ -199,7 +207,7 @@ TEST_F(MemoryWindowTest, ClosingOtherwiseThanByTheButtonReturnsMinusOne) {
         d.close();
     });
     EXPECT_EQ(driver.show(nullptr, "lowmem.close", false, "c", "t", "OK", ""), -1);
-    EXPECT_EQ(MemoryWindow::ShowMemoryMessage(nullptr, "lowmem.close", false, "c", "t", "OK", ""), -2);
+    EXPECT_EQ(showExpectingNothing(nullptr, "lowmem.close"), -2);
 }
 
 TEST_F(MemoryWindowTest, AnEmptyIdHasNoCheckBoxAndIsNeverSilenced) {
@@ -263,9 +271,7 @@ TEST_F(MemoryWindowTest, ATickSilencesTheMessageInLaterRuns) {
 
     // A later run starts with nothing in memory and reads the list again.
     MemoryWindow::mCurrentEntries.clear();
-    Driver later(clickButton0);
-    EXPECT_EQ(later.show(nullptr, "lowmem.tiles", false, "c", "t", "OK", ""), -2);
-    EXPECT_EQ(later.seen.showings, 0) << "a silenced message shows nothing";
+    EXPECT_EQ(showExpectingNothing(nullptr, "lowmem.tiles"), -2);
     EXPECT_NE(MemoryWindow::MEMDialog, nullptr) << "the dialog waits for the next call";
 
     // Ids compare exactly: neither case nor a prefix silences.
@@ -280,7 +286,7 @@ TEST_F(MemoryWindowTest, IdsWithSeparatorsSurviveTheStore) {
     const QString odd = "lowmem, \"quoted\"; a=b";
     Driver driver(tickAndClick);
     EXPECT_EQ(driver.show(nullptr, odd, false, "c", "t", "OK", ""), 0);
-    EXPECT_EQ(MemoryWindow::ShowMemoryMessage(nullptr, odd, false, "c", "t", "OK", ""), -2);
+    EXPECT_EQ(showExpectingNothing(nullptr, odd), -2);
     Driver part(clickButton0);
     EXPECT_EQ(part.show(nullptr, "lowmem", false, "c", "t", "OK", ""), 0) << "a piece of the id is not the id";
 }
@@ -359,7 +365,7 @@ TEST_F(MemoryWindowTest, NoWindowOffTheGuiThreadOrInsideAnotherShowing) {
 TEST_F(MemoryWindowTest, AKeptDialogDiesWithItsParentSafely) {
     store()->setValue("MessageEntryList", QStringList{"lowmem.kept"});
     auto* parent = new QWidget;
-    EXPECT_EQ(MemoryWindow::ShowMemoryMessage(parent, "lowmem.kept", false, "c", "t", "OK", ""), -2);
+    EXPECT_EQ(showExpectingNothing(parent, "lowmem.kept"), -2);
     ASSERT_NE(MemoryWindow::MEMDialog, nullptr);
     EXPECT_EQ(MemoryWindow::MEMDialog->parentWidget(), parent);
     delete parent;
