@@ -22,7 +22,9 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <thread>
+#include <chrono>
+#include <cstdio>
+#include <future>
 
 #include "base/memory/memorydialog.h"
 #include "base/version/versioninfo.h"
@@ -346,10 +348,15 @@ TEST_F(MemoryWindowTest, AnUnwritableStoreStillShowsTheMessage) {
 }
 
 TEST_F(MemoryWindowTest, NoWindowOffTheGuiThreadOrInsideAnotherShowing) {
-    int fromWorker = 0;
-    std::thread worker([&] { fromWorker = MemoryWindow::ShowMemoryMessage(nullptr, "w", false, "c", "t", "OK", ""); });
-    worker.join();
-    EXPECT_EQ(fromWorker, -1);
+    auto worker = std::async(std::launch::async, [] {
+        return MemoryWindow::ShowMemoryMessage(nullptr, "w", false, "c", "t", "OK", "");
+    });
+    if (worker.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+        // Nothing can close a window stuck on a worker thread: end the run here.
+        std::fprintf(stderr, "FATAL: a call from a worker thread did not return\n");
+        std::_Exit(1);
+    }
+    EXPECT_EQ(worker.get(), -1);
     EXPECT_EQ(MemoryWindow::MEMDialog, nullptr);
 
     int nested = 0;
