@@ -18,6 +18,8 @@ export QT_QPA_PLATFORM=offscreen
 # library may be released by the application's operator delete (an inline destructor)
 # or the reverse; both end in the same free, which ASan would report as a mismatch.
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=0:alloc_dealloc_mismatch=0${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
+# Qt's X11 plug-in (screenshot tests only) leaves D-Bus buffers that are not ours.
+export LSAN_OPTIONS="suppressions=$here/scripts/lsan-xcb.supp${LSAN_OPTIONS:+:$LSAN_OPTIONS}"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
 # The screenshot tests (label "gui") want a real X display: a private Xvfb, named to them

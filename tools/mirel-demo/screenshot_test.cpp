@@ -81,11 +81,23 @@ Shot showAndGrab(const QString& name, const QString& link) {
             return;
         }
         poll.stop();
-        // Let the first paint reach the server before reading it back.
+        // The window may be resized and repainted after it is first exposed: read it back
+        // until two grabs agree, so the picture is what a person would be left looking at.
         QElapsedTimer settle;
         settle.start();
-        while (settle.elapsed() < 300) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        shot.image = dialog->screen()->grabWindow(dialog->winId()).toImage().convertToFormat(QImage::Format_RGB32);
+        QImage last;
+        for (;;) {
+            QElapsedTimer pause;
+            pause.start();
+            while (pause.elapsed() < 100) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            const QImage now =
+                dialog->screen()->grabWindow(dialog->winId()).toImage().convertToFormat(QImage::Format_RGB32);
+            if ((now == last && settle.elapsed() >= 300) || settle.elapsed() > 5000) {
+                shot.image = now;
+                break;
+            }
+            last = now;
+        }
         shot.image.save(shotPath(name), "PNG");
         auto rectOf = [dialog](QWidget* w) { return QRect(w->mapTo(dialog, QPoint(0, 0)), w->size()); };
         shot.text = rectOf(dialog->findChild<QLabel*>("memoryDialogTextBox"));
