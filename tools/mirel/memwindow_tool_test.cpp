@@ -3,84 +3,30 @@
 #include <gtest/gtest.h>
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QProcessEnvironment>
-#include <QTemporaryDir>
 
+#include "base/testing/toolrunner.h"
+
+namespace mirel::testing {
 namespace {
 
-struct Result {
-    int status;
-    QString out;
-    QString err;
-};
-
-class MemwindowTool : public ::testing::Test {
-protected:
-    Result run(const QString& program, const QStringList& args) {
-        QProcess p;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", mHome.path());
-        env.insert("HOME", mHome.path());
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        p.setProcessEnvironment(env);
-        p.start(program, args);
-        EXPECT_TRUE(p.waitForFinished(60000)) << args.join(' ').toStdString();
-        if (p.state() != QProcess::NotRunning) {
-            p.kill();
-            p.waitForFinished();
-        }
-        return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-                QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
-    }
-    Result mirel(const QStringList& args) { return run(MIREL_TOOL_PATH, args); }
-
-    QTemporaryDir mHome;
-};
-
-QJsonObject json(const Result& r) {
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(r.out.toUtf8(), &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << r.out.toStdString();
-    return doc.object();
-}
-
-TEST_F(MemwindowTool, BadArgumentsGiveOneLineAndStatusTwo) {
-    const QList<QStringList> cases = {
-        {"memwindow"},
-        {"memwindow", "--id", "x"},
-        {"memwindow", "--text", "t", "--auto-close", "soon"},
-        {"memwindow", "--text", "t", "--auto-close", "-5"},
-        {"memwindow", "--list", "--reset"},
-        {"memwindow", "--text", "t", "stray"},
-        {"tour", "--quit-after", "100"},
-        {"tour", "--gui", "--quit-after", "never"},
-    };
-    for (const QStringList& args : cases) {
-        const Result r = mirel(args);
-        EXPECT_EQ(r.status, 2) << args.join(' ').toStdString();
-        EXPECT_TRUE(r.err.startsWith("mirel: ")) << r.err.toStdString();
-        EXPECT_EQ(r.err.count('\n'), 1) << r.err.toStdString();
-    }
-}
+using MemwindowTool = ToolTest;
 
 TEST_F(MemwindowTool, ATickedMessageIsSilencedInTheNextRunUntilReset) {
-    Result r = mirel({"memwindow", "--id", "lowmem.tiles", "--text", "Short of memory", "--checked",
-                      "--auto-close", "100"});
+    ToolRun r = mirel({"memwindow", "--id", "lowmem.tiles", "--text", "Short of memory", "--checked",
+                       "--auto-close", "100"});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_EQ(r.out, "0  the button was pressed\n");
 
     // Another process: silenced, so nothing is shown and no display is needed.
     r = mirel({"memwindow", "--id", "lowmem.tiles", "--text", "Short of memory", "--json"});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    const QJsonObject o = json(r);
+    const QJsonObject o = r.json();
     EXPECT_EQ(o["result"].toInt(), -2);
     EXPECT_EQ(o["id"].toString(), "lowmem.tiles");
 
     r = mirel({"memwindow", "--list", "--json"});
-    EXPECT_EQ(json(r)["silenced"].toArray(), QJsonArray{"lowmem.tiles"});
+    EXPECT_EQ(r.json()["silenced"].toArray(), QJsonArray{"lowmem.tiles"});
 
     r = mirel({"memwindow", "--reset"});
     EXPECT_EQ(r.status, 0);
@@ -91,7 +37,7 @@ TEST_F(MemwindowTool, ATickedMessageIsSilencedInTheNextRunUntilReset) {
 }
 
 TEST_F(MemwindowTool, WithNobodyToSeeTheWindowItFailsAndRecordsNothing) {
-    const Result r = mirel({"memwindow", "--id", "lowmem.unseen", "--text", "t", "--checked"});
+    const ToolRun r = mirel({"memwindow", "--id", "lowmem.unseen", "--text", "t", "--checked"});
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(r.err.contains("no display")) << r.err.toStdString();
     EXPECT_TRUE(r.out.isEmpty()) << r.out.toStdString();
@@ -100,7 +46,7 @@ TEST_F(MemwindowTool, WithNobodyToSeeTheWindowItFailsAndRecordsNothing) {
 }
 
 TEST_F(MemwindowTool, TheGuiTourWalksThroughTheDemoAndEnds) {
-    const Result r = mirel({"tour", "--gui", "--quit-after", "10500"});
+    const ToolRun r = mirel({"tour", "--gui", "--quit-after", "10500"});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     for (const char* line : {"low-memory message with a link: result 0",
                              "low-memory message without a link: result 0",
@@ -113,9 +59,10 @@ TEST_F(MemwindowTool, TheGuiTourWalksThroughTheDemoAndEnds) {
 }
 
 TEST_F(MemwindowTool, TheDemoRefusesABadQuitTime) {
-    const Result r = run(MIREL_DEMO_PATH, {"--quit-after", "soon"});
+    const ToolRun r = ToolRunner(MIREL_DEMO_PATH)({"--quit-after", "soon"});
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(r.err.contains("--quit-after")) << r.err.toStdString();
 }
 
 }  // namespace
+}  // namespace mirel::testing

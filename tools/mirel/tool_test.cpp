@@ -50,6 +50,10 @@ TEST_F(Tool, BadArgumentsExitTwoWithOneLineNamingTheCommand) {
         {"date"}, {"date", "when"}, {"date", "parse"}, {"date", "add", "2006", "0", "1"},
         {"date", "add", "2006", "0", "x", "0", "0", "0", "0"}, {"date", "diff", "2006"},
         {"date", "zone", "2006", "5"}, {"date", "zone", "2006", "5", "3o"},
+        {"memwindow"}, {"memwindow", "--id", "x"}, {"memwindow", "--text", "t", "--auto-close", "soon"},
+        {"memwindow", "--text", "t", "--auto-close", "-5"}, {"memwindow", "--list", "--reset"},
+        {"memwindow", "--text", "t", "stray"}, {"tour", "--quit-after", "100"},
+        {"tour", "--gui", "--quit-after", "never"},
     };
     for (const QStringList& args : cases) {
         const ToolRun r = mirel(args);
