@@ -15,19 +15,19 @@ namespace {
 
 QString typeName(const Setting& s) {
     switch (s.getType()) {
-        case 1: return "int";
-        case 4: return "text";
+        case kIntSettingType: return "int";
+        case kTextSettingType: return "text";
         default: return QStringLiteral("type %1").arg(s.getType());
     }
 }
 
 // Text values are quoted so that an empty one shows.
 QString shown(const Setting& s, const QString& text) {
-    return s.getType() == 4 ? QStringLiteral("\"%1\"").arg(text) : text;
+    return s.getType() == kTextSettingType ? QStringLiteral("\"%1\"").arg(text) : text;
 }
 
 QJsonValue jsonValue(const Setting& s, const QString& text) {
-    if (s.getType() == 1) return text.toInt();
+    if (s.getType() == kIntSettingType) return text.toInt();
     return text;
 }
 
@@ -168,7 +168,7 @@ void setOne(Output& out, const SetRequest& r) {
         bool ok = false;
         number = r.value.toDouble(&ok);
         if (!ok) throw UsageError(QStringLiteral("--number needs a number, not '%1'").arg(r.value));
-    } else if (s.getType() == 1) {
+    } else if (s.getType() == kIntSettingType) {
         bool ok = false;
         r.value.trimmed().toInt(&ok, 0);
         if (!ok) {

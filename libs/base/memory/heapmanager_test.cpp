@@ -5,15 +5,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "base/testing/pools.h"
+
 namespace mirel {
 namespace {
 
-// A pool whose creator's reference is already given up: its last manager deletes it.
-MemoryPool* managedPool(const char* name) {
-    auto* pool = new MemoryPool(name, 1 << 16);
-    TestThenAdd(pool->referenceCount(), -1);
-    return pool;
-}
+using testing::managedPool;
 
 // Totals and the block header -----------------------------------------------------------
 

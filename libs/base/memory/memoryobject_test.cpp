@@ -9,16 +9,12 @@
 #include "base/memory/heapmanager.h"
 #include "base/memory/memorypool.h"
 #include "base/threads/spinlock.h"
+#include "base/testing/pools.h"
 
 namespace mirel {
 namespace {
 
-// A pool whose creator's reference is already given up: its last manager deletes it.
-MemoryPool* managedPool(const char* name) {
-    auto* pool = new MemoryPool(name, 1 << 16);
-    TestThenAdd(pool->referenceCount(), -1);
-    return pool;
-}
+using testing::managedPool;
 
 // Serves from the process heap and remembers every size asked for.
 struct RecordingManager : MemoryManager {

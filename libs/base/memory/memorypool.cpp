@@ -300,8 +300,8 @@ MemoryPool::MemoryPool(char const* name, unsigned long size)
         };
         mspace_set_hooks(mMspace, &hooks);
     }
-    mspace_mallopt(-2, 4194304);
-    mspace_mallopt(-1, -1);  // the largest size: automatic trimming off
+    mspace_mallopt(kMspaceGranularity, 4194304);
+    mspace_mallopt(kMspaceTrimThreshold, kMspaceLargest);  // automatic trimming off
 }
 
 MemoryPool::~MemoryPool() {

@@ -108,7 +108,7 @@ std::vector<std::uintptr_t> expectExactAround(MemoryPool& pool, Op op) {
 
 class PoolRanges : public ::testing::Test {
 protected:
-    void TearDown() override { mspace_mallopt(-3, -1); }
+    void TearDown() override { mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest); }
 };
 
 // Released ranges ---------------------------------------------------------------------------
@@ -118,14 +118,14 @@ protected:
 // and outlives the pool.
 TEST_F(PoolRanges, WhatTheArenaGivesBackLeavesTheRegistryAndIsNeverUnmappedAgain) {
     auto pool = std::make_unique<MemoryPool>("released", 1 << 20);
-    mspace_mallopt(-3, 2 << 20);
+    mspace_mallopt(kMspaceMmapThreshold, 2 << 20);
     void* own = pool->malloc(3 << 20);  // mapped by itself
     ASSERT_NE(own, nullptr);
     std::vector<std::uintptr_t> released = expectExactAround(*pool, [&] { pool->free(own); });
     EXPECT_GE(released.size(), (3u << 20) / kPage);
 
     // Segments: three grown ones, then everything freed and the arena trimmed to nothing.
-    mspace_mallopt(-3, -1);
+    mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
     std::vector<void*> blocks;
     for (int i = 0; i < 3; ++i) blocks.push_back(pool->malloc(9 << 20));
     for (void* b : blocks) ASSERT_NE(b, nullptr);
@@ -173,7 +173,7 @@ TEST_F(PoolRanges, DestructionUnmapsEveryOwnedPageExactlyOnce) {
     std::vector<void*> blocks;
     for (int i = 0; i < 12; ++i) blocks.push_back(pool->malloc(3 << 20));
     for (int i = 0; i < 12; i += 2) pool->free(blocks[i]);
-    mspace_mallopt(-3, 2 << 20);
+    mspace_mallopt(kMspaceMmapThreshold, 2 << 20);
     void* ownLive = pool->malloc(5 << 20);
     pool->free(pool->malloc(3 << 20));
     ASSERT_NE(ownLive, nullptr);
@@ -230,7 +230,7 @@ TEST_F(PoolRanges, RemovingFromTheRegistryItselfChangesTheAnswer) {
 TEST_F(PoolRanges, ThreadsStartingWhilePoolsGiveRangesBack) {
     MemoryPool stable("stable", 1 << 16);
     char* inside = stable.getRanges().front().start + 64;
-    mspace_mallopt(-3, 1 << 20);
+    mspace_mallopt(kMspaceMmapThreshold, 1 << 20);
     std::atomic<int> poolsRunning{2};
     std::atomic<long> wrong{0}, started{0};
     testing::runTogether(4, [&](int t) {

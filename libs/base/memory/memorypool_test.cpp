@@ -60,7 +60,7 @@ TEST(RangeRegistry, GrowthIsListedAndDestructionLeavesNoRangeBehind) {
     const std::size_t before = registrySnapshot().size();
     std::vector<MMapRange> theirs;
     {
-        mspace_mallopt(-2, 65536);  // any pool construction must reset this
+        mspace_mallopt(kMspaceGranularity, 65536);  // any pool construction must reset this
         MemoryPool a("grow", 1 << 16), b("other", 1 << 16);
         std::vector<void*> blocks;
         for (int i = 0; i < 40; ++i) {

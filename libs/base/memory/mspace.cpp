@@ -30,7 +30,7 @@
 
 #include "base/memory/mspace_p.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(MIREL_ARENA_ASAN)
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -67,7 +67,7 @@ ARENA_CODE inline size_t granularity() { return gParams.granularity.load(std::me
 
 // ---- sanitizer bookkeeping -------------------------------------------------------------
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(MIREL_ARENA_ASAN)
 ARENA_CODE inline void poison(const void* p, size_t n) { ASAN_POISON_MEMORY_REGION(p, n); }
 ARENA_CODE inline void unpoison(const void* p, size_t n) { ASAN_UNPOISON_MEMORY_REGION(p, n); }
 #else
@@ -1192,18 +1192,18 @@ ARENA_CODE void mspace_malloc_stats(mspace msp) {
 
 ARENA_CODE int mspace_mallopt(int number, int value) {
     ensureParams();
-    // -1 becomes the largest size, as the parameter table promises; other negative values
-    // become huge sizes the same way.
+    // kMspaceLargest becomes the largest size, as promised; other negative values become
+    // huge sizes the same way.
     size_t v = static_cast<size_t>(static_cast<long>(value));
     switch (number) {
-        case -1:
+        case kMspaceTrimThreshold:
             gParams.trimThreshold.store(v, std::memory_order_relaxed);
             return 1;
-        case -2:
+        case kMspaceGranularity:
             if (v < gParams.pageSize.load(std::memory_order_relaxed) || (v & (v - 1)) != 0) return 0;
             gParams.granularity.store(v, std::memory_order_relaxed);
             return 1;
-        case -3:
+        case kMspaceMmapThreshold:
             gParams.mmapThreshold.store(v, std::memory_order_relaxed);
             return 1;
         default:

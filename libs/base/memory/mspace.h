@@ -74,6 +74,17 @@ struct mspace_check_report {
     char problem[160];             // the first broken invariant; empty when sound
 };
 
+// Parameter numbers of mspace_mallopt.
+// A free that leaves the top chunk larger than this trims it (default 2 MiB).
+inline constexpr int kMspaceTrimThreshold = -1;
+// Unit of segment mappings: a power of two, at least the page size (default 64 KiB).
+inline constexpr int kMspaceGranularity = -2;
+// Requests of this many bytes or more are mapped by themselves through the large-block
+// hook (default: never).
+inline constexpr int kMspaceMmapThreshold = -3;
+// The value that stands for the largest size.
+inline constexpr int kMspaceLargest = -1;
+
 extern "C" {
 
 // Default hooks, installed by every creation function. Both mapping hooks make an
@@ -155,13 +166,8 @@ MIREL_EXPORT struct mallinfo mspace_mallinfo(mspace msp);
 // Writes three lines to standard error: highest footprint, footprint, bytes in use.
 MIREL_EXPORT void mspace_malloc_stats(mspace msp);
 
-// Sets a process-wide parameter; 1 on success, 0 for an unknown number or a refused value.
-//   -1  trim threshold: a free that leaves the top chunk larger trims it (default 2 MiB)
-//   -2  granularity: unit of segment mappings; a power of two, at least the page size
-//       (default 64 KiB)
-//   -3  mmap threshold: requests of this many bytes or more are mapped by themselves
-//       through the large-block hook (default: never)
-// A value of -1 means the largest size.
+// Sets a process-wide parameter, one of the kMspace* numbers below; 1 on success, 0 for an
+// unknown number or a refused value. kMspaceLargest (-1) as a value means the largest size.
 MIREL_EXPORT int mspace_mallopt(int number, int value);
 
 // Walks every segment, chunk, bin and tree of the space and verifies their invariants

@@ -233,9 +233,9 @@ private:
                        : uniform(160001, 1600000);
     }
     static void restoreDefaults() {
-        mspace_mallopt(-1, 2 * 1024 * 1024);
-        mspace_mallopt(-2, 65536);
-        mspace_mallopt(-3, -1);
+        mspace_mallopt(kMspaceTrimThreshold, 2 * 1024 * 1024);
+        mspace_mallopt(kMspaceGranularity, 65536);
+        mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
     }
 
     // create_mspace(0), a caller's 256 KiB region, a caller's 1 MiB region through the _ca
@@ -275,8 +275,9 @@ private:
         mmapThreshold_ = kMmapThresholds[uniform(0, 4)];
         double failRate = chance(0.3) ? 0.05 : 0.0;
         auto asInt = [](size_t v) { return v == kNever ? -1 : static_cast<int>(v); };
-        if (mspace_mallopt(-2, asInt(granularity)) + mspace_mallopt(-3, asInt(mmapThreshold_)) +
-                mspace_mallopt(-1, asInt(trim)) != 3)
+        if (mspace_mallopt(kMspaceGranularity, asInt(granularity)) +
+                mspace_mallopt(kMspaceMmapThreshold, asInt(mmapThreshold_)) +
+                mspace_mallopt(kMspaceTrimThreshold, asInt(trim)) != 3)
             fail("mspace_mallopt refused a valid setting");
         for (Space& s : spaces_) {
             s.rec.granularity = granularity;

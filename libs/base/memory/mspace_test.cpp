@@ -34,9 +34,9 @@ constexpr unsigned long kHuge = ~0ul;
 class Mspace : public ::testing::Test {
 protected:
     void TearDown() override {
-        mspace_mallopt(-1, 2 * 1024 * 1024);
-        mspace_mallopt(-2, kGranularity);
-        mspace_mallopt(-3, -1);
+        mspace_mallopt(kMspaceTrimThreshold, 2 * 1024 * 1024);
+        mspace_mallopt(kMspaceGranularity, kGranularity);
+        mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
     }
 };
 using MspaceDeathTest = Mspace;
@@ -249,22 +249,23 @@ TEST_F(Mspace, UnservableRequestsReturnNullAndLeaveTheSpaceSound) {
 
 TEST_F(Mspace, MalloptRefusesUnknownNumbersAndBadGranularities) {
     for (int number : {0, 1, -4, 100}) EXPECT_EQ(mspace_mallopt(number, 65536), 0) << number;
+    // Below a page, not a power of two.
     for (int g : {static_cast<int>(kPage / 2), 3 * 65536, -1, 0})
-        EXPECT_EQ(mspace_mallopt(-2, g), 0) << g;  // below a page, not a power of two
+        EXPECT_EQ(mspace_mallopt(kMspaceGranularity, g), 0) << g;
     // Refused values changed nothing: segments still come in 64 KiB units, then in 1 MiB ones.
     Hooked h;
     for (int i = 0; i < 40; ++i) mspace_malloc(h.m, 3000);
     EXPECT_GT(h.rec.segmentCalls, 0u);
-    EXPECT_EQ(mspace_mallopt(-2, 1 << 20), 1);
+    EXPECT_EQ(mspace_mallopt(kMspaceGranularity, 1 << 20), 1);
     h.rec.granularity = 1 << 20;
     for (int i = 0; i < 400; ++i) mspace_malloc(h.m, 3000);
-    EXPECT_EQ(mspace_mallopt(-2, static_cast<int>(kPage)), 1);
+    EXPECT_EQ(mspace_mallopt(kMspaceGranularity, static_cast<int>(kPage)), 1);
 }
 
 TEST_F(Mspace, ReallocKeepsAMappedBlockOnlyWhenItsMappingFits) {
     Hooked h;
     mspace m = h.m;
-    ASSERT_EQ(mspace_mallopt(-3, 65536), 1);
+    ASSERT_EQ(mspace_mallopt(kMspaceMmapThreshold, 65536), 1);
     auto* p = static_cast<char*>(mspace_malloc(m, 100000));
     auto mapping = h.rec.largeAt(reinterpret_cast<std::uintptr_t>(p));
     ASSERT_NE(mapping, h.rec.large.end());
@@ -299,7 +300,7 @@ TEST_F(Mspace, TrimGivesTheTopBackAndKeepsThePad) {
     for (void* b : blocks) mspace_free(m, b);
     EXPECT_LT(mspace_footprint(m), 1u << 20);  // a top past the trim threshold went back
 
-    mspace_mallopt(-1, -1);  // no more automatic trimming
+    mspace_mallopt(kMspaceTrimThreshold, kMspaceLargest);  // no more automatic trimming
     for (void*& b : blocks) b = mspace_malloc(m, 10000);
     for (void* b : blocks) mspace_free(m, b);
     unsigned long full = mspace_footprint(m), top = mspace_mallinfo(m).keepcost;
@@ -323,7 +324,7 @@ TEST_F(Mspace, WhollyFreeSegmentsAreReleasedPastTheThresholdOrOnTrimming) {
     ASSERT_EQ(sound(m).segments, 7u);
     for (int i = 0; i < 4; ++i) mspace_free(m, blocks[i]);  // more than 2 MiB: released
     EXPECT_EQ(sound(m).segments, 3u);
-    mspace_mallopt(-1, -1);
+    mspace_mallopt(kMspaceTrimThreshold, kMspaceLargest);
     mspace_free(m, blocks[4]);
     EXPECT_EQ(sound(m).segments, 3u);
     EXPECT_EQ(mspace_trim(m, 0), 1);
@@ -339,7 +340,7 @@ TEST_F(Mspace, AVictimFillingAFreeSegmentIsReleasedWithIt) {
     while (create_mspace_with_base(region, size, 0) == nullptr) size += 16;
     Hooked h(Placement::Spaced, region, size + 128);
     mspace m = h.m;
-    mspace_mallopt(-1, -1);
+    mspace_mallopt(kMspaceTrimThreshold, kMspaceLargest);
     void* a = mspace_malloc(m, 600000);
     void* b = mspace_malloc(m, 600000);
     mspace_free(m, a);                    // a's segment is one free chunk

@@ -21,9 +21,9 @@ TEST(MspaceThreads, SpacesOnSeveralThreadsWhileTheParametersChange) {
     mirel::testing::runTogether(kWorkers + 1, [&](int index) {
         if (index == kWorkers) {  // the thread that keeps changing the parameters
             for (int i = 0; done.load() < kWorkers; ++i) {
-                mspace_mallopt(-1, i % 2 ? 128 * 1024 : -1);
-                mspace_mallopt(-2, i % 3 ? 65536 : 1 << 20);
-                mspace_mallopt(-3, i % 2 ? 100000 : -1);
+                mspace_mallopt(kMspaceTrimThreshold, i % 2 ? 128 * 1024 : kMspaceLargest);
+                mspace_mallopt(kMspaceGranularity, i % 3 ? 65536 : 1 << 20);
+                mspace_mallopt(kMspaceMmapThreshold, i % 2 ? 100000 : kMspaceLargest);
             }
             return;
         }
@@ -50,9 +50,9 @@ TEST(MspaceThreads, SpacesOnSeveralThreadsWhileTheParametersChange) {
         ++done;
     });
     EXPECT_EQ(broken.load(), 0);
-    mspace_mallopt(-1, 2 * 1024 * 1024);
-    mspace_mallopt(-2, 65536);
-    mspace_mallopt(-3, -1);
+    mspace_mallopt(kMspaceTrimThreshold, 2 * 1024 * 1024);
+    mspace_mallopt(kMspaceGranularity, 65536);
+    mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
 }
 
 }  // namespace

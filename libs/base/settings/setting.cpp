@@ -132,7 +132,7 @@ void TypedSetting<int>::setVal(double value) {
 
 template <>
 unsigned int TypedSetting<int>::getType() const {
-    return 1;
+    return kIntSettingType;
 }
 
 // QString ---------------------------------------------------------------------------------
@@ -169,7 +169,7 @@ void TypedSetting<QString>::setVal(double) {
 
 template <>
 unsigned int TypedSetting<QString>::getType() const {
-    return 4;
+    return kTextSettingType;
 }
 
 template class TypedSetting<int>;

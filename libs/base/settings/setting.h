@@ -31,6 +31,11 @@ namespace mirel {
 
 class SettingGroup;
 
+// The codes getType() returns for the library's two instantiations; other codes belong to
+// instantiations made elsewhere.
+inline constexpr unsigned int kIntSettingType = 1;
+inline constexpr unsigned int kTextSettingType = 4;
+
 // The typeless face of a setting: what lists, editors and the snapshot machinery use.
 class MIREL_EXPORT Setting : public MemoryObject {
 public:
@@ -55,7 +60,7 @@ public:
     // The value as a number, and a number as the value, where the type has a meaning for it.
     virtual double getVal() const = 0;
     virtual void setVal(double value) = 0;
-    // 1 for int, 4 for QString; other codes belong to instantiations made elsewhere.
+    // kIntSettingType, kTextSettingType, or a code of an instantiation made elsewhere.
     virtual unsigned int getType() const = 0;
     // Saves the value on the setting's own stack / restores the latest saved one without
     // telling anyone (false when nothing is saved).
@@ -116,8 +121,8 @@ private:
     static Setting* sOrphanedSettings;
 };
 
-// A setting holding a T. The library instantiates it for int (type 1) and QString (type 4);
-// another T needs its own fromString, toString, getVal, setVal and getType.
+// A setting holding a T. The library instantiates it for int and QString; another T needs
+// its own fromString, toString, getVal, setVal and getType.
 template <typename T>
 class MIREL_EXPORT TypedSetting : public Setting {
 public:

@@ -143,8 +143,8 @@ public:
     static QString getTempDirectory();
     // Makes `path` and its missing parents. The path is cleaned and rebuilt from the root,
     // so a relative "a/b" is made as "/a/b". 0 on success (nothing made when it exists);
-    // 0xC0000001 for an empty path; 0xC0000008 when a folder cannot be made, a component
-    // is a file, or the path holds a NUL or an unpaired surrogate.
+    // status::kObjectAlreadyActive for an empty path; status::kIOFailed when a folder cannot
+    // be made, a component is a file, or the path holds a NUL or an unpaired surrogate.
     static StatusCode makeAbsDirPath(const QString& path);
     // getTempDirectory() + `prefix` + a random number below 10000 + "." + `extension`
     // (no "." for an empty extension). Not created, nor checked to be unused.

@@ -11,14 +11,16 @@ TEST(VersionOptions, TheLibraryHoldsOneVersionGroupWithItsKeysInOrder) {
     const struct {
         const char* name;
         unsigned int type;
-    } keys[] = {{"appName", 4}, {"appVersion", 4}, {"osName", 4}, {"osMajor", 1},
-                {"osMinor", 1}, {"osBuild", 1},    {"osPatch", 1}, {"ramSize", 1}};
+    } keys[] = {{"appName", kTextSettingType}, {"appVersion", kTextSettingType},
+                {"osName", kTextSettingType},  {"osMajor", kIntSettingType},
+                {"osMinor", kIntSettingType},  {"osBuild", kIntSettingType},
+                {"osPatch", kIntSettingType},  {"ramSize", kIntSettingType}};
     ASSERT_EQ(g->getSettingCount(), 8);
     for (int i = 0; i < 8; ++i) {
         Setting* s = g->getSetting(i);
         EXPECT_EQ(s->getName(), keys[i].name);
         EXPECT_EQ(s->getType(), keys[i].type) << keys[i].name;
-        EXPECT_EQ(s->toString(), keys[i].type == 1 ? "0" : "") << keys[i].name;
+        EXPECT_EQ(s->toString(), keys[i].type == kIntSettingType ? "0" : "") << keys[i].name;
     }
 }
 

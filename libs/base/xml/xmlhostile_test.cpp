@@ -10,6 +10,7 @@
 
 #include <functional>
 
+#include "base/testing/files.h"
 #include "base/testing/testutil.h"
 #include "base/xml/xmlpathfinder.h"
 #include "base/xml/xmlreader.h"
@@ -47,17 +48,7 @@ QString field(const QString& out, const QString& name) {
     return {};
 }
 
-class Hostile : public ::testing::Test {
-protected:
-    QString write(const QByteArray& bytes, const QString& name = QStringLiteral("doc.xml")) {
-        const QString path = mDir.filePath(name);
-        QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        EXPECT_EQ(f.write(bytes), bytes.size());
-        return path;
-    }
-    QTemporaryDir mDir;
-};
+using Hostile = testing::TempFolderTest;
 
 // Runs `body` on a thread with a small stack: a reader or teardown that recursed once per
 // level would overflow it many times over.
@@ -223,11 +214,7 @@ TEST_F(Hostile, HundredMegabyteFileIsRead) {
 TEST(ExpatScope, FontconfigKeepsItsOwnExpatWhileTheReaderUsesTheUtf16One) {
     QTemporaryDir dir;
     const QString path = dir.filePath("a.xml");
-    {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("<a>x</a>");
-    }
+    testing::writeFile(path, "<a>x</a>");
     Probe probe = runProbe(XML_PROBE_PATH, {"gui", path});
     ASSERT_EQ(probe.status, 0) << probe.err.toStdString();
     EXPECT_EQ(field(probe.out, "read"), "ok");

@@ -2,30 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QStringDecoder>
 #include <QStringEncoder>
 #include <QTemporaryDir>
 
 #include <optional>
 
+#include "base/testing/files.h"
 #include "base/xml/xmlpathfinder.h"
 #include "base/xml/xmltree.h"
 
 namespace mirel {
 namespace {
 
-class XmlFiles : public ::testing::Test {
-protected:
-    QString write(const QByteArray& bytes, const QString& name = QStringLiteral("doc.xml")) {
-        const QString path = mDir.filePath(name);
-        QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        EXPECT_EQ(f.write(bytes), bytes.size());
-        return path;
-    }
-    QTemporaryDir mDir;
-};
+using XmlFiles = testing::TempFolderTest;
 
 // Values and the text rule ------------------------------------------------------------------------
 

@@ -2,12 +2,12 @@
 // stay whole while any copy holds it and be freed exactly once.
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <atomic>
 #include <vector>
 
+#include "base/testing/files.h"
 #include "base/testing/testutil.h"
 #include "base/xml/xmlreader.h"
 #include "base/xml/xmltree.h"
@@ -18,11 +18,7 @@ namespace {
 TEST(XmlReaderThreads, CopiesDroppedOnManyThreadsFreeTheTreeOnce) {
     QTemporaryDir dir;
     const QString path = dir.filePath("shared.xml");
-    {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("<a><b>shared</b></a>");
-    }
+    testing::writeFile(path, "<a><b>shared</b></a>");
     constexpr int kThreads = 4;
     constexpr int kRounds = 200;
     std::atomic<int> wrong{0};
