@@ -16,6 +16,7 @@
 #include "base/status/statuscode.h"
 #include "base/system/file.h"
 #include "base/system/system.h"
+#include "base/testing/files.h"
 #include "base/testing/tempenv.h"
 
 namespace mirel {
@@ -33,11 +34,7 @@ class Files : public ::testing::Test {
 protected:
     QTemporaryDir tmp;
     QString at(const QString& name) const { return tmp.path() + "/" + name; }
-    void put(const QString& name, const QByteArray& data) {
-        QFile f(at(name));
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << name.toStdString();
-        f.write(data);
-    }
+    void put(const QString& name, const QByteArray& data) { testing::writeFile(at(name), data); }
     QByteArray get(const QString& name) {
         QFile f(at(name));
         return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");

@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "base/system/system.h"
+#include "base/testing/files.h"
 #include "base/testing/tempenv.h"
 #include "base/version/versioninfo.h"
 
@@ -25,9 +26,7 @@ const QString gHome = testing::temporaryHome();
 
 void put(const QString& path, const QByteArray& data) {
     QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
-    f.write(data);
+    testing::writeFile(path, data);
 }
 
 QByteArray png(int w, int h) {
