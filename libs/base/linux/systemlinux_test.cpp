@@ -23,7 +23,7 @@ namespace {
 // Memory moves while the test runs; figures agree within this many MB.
 constexpr int kSlackMB = 256;
 
-TEST(PlatformFacts, VersionIsTheKernelReleaseOfUname) {
+TEST(PlatformFacts, VersionIsTheKernelReleaseOfUnameMappedByTheTables) {
     utsname name;
     ASSERT_EQ(uname(&name), 0);
     int expected[4] = {0, 0, 0, 0};
@@ -33,37 +33,33 @@ TEST(PlatformFacts, VersionIsTheKernelReleaseOfUname) {
     System::getOSVersion(os, v[0], v[1], v[2], v[3]);
     EXPECT_EQ(os, System::kOSLinux);
     for (int i = 0; i < 4; ++i) EXPECT_EQ(v[i], expected[i]) << name.release;
-    EXPECT_EQ(System::getOSVersionString(), QString("Linux (%1.%2.%3.%4)")
-                                                .arg(expected[0]).arg(expected[1])
-                                                .arg(expected[2]).arg(expected[3]));
-}
+    EXPECT_EQ(System::getOSVersionString(),
+              QString("Linux (%1.%2.%3.%4)").arg(expected[0]).arg(expected[1]).arg(expected[2]).arg(expected[3]));
 
-TEST(PlatformFacts, ReleasesNamesAndCodesMapByTheTables) {
     struct Release {
         const char* text;
         int numbers[4];
     };
     for (const Release& r : {Release{"6.1.0-18-amd64", {6, 1, 0, 18}}, Release{"6.5.0", {6, 5, 0, 0}},
                              Release{"6.8.0-rc1", {6, 8, 0, 0}}, Release{"3.2a4", {3, 0, 0, 0}},
-                             Release{"", {0, 0, 0, 0}},
-                             Release{"99999999999999999999.1", {0x7FFFFFFF, 1, 0, 0}}}) {
+                             Release{"", {0, 0, 0, 0}}, Release{"99999999999999999999.1", {0x7FFFFFFF, 1, 0, 0}}}) {
         int n[4] = {-1, -1, -1, -1};
         linuxutil::parseKernelRelease(r.text, n);
         for (int i = 0; i < 4; ++i) EXPECT_EQ(n[i], r.numbers[i]) << r.text << " #" << i;
     }
-    for (auto [os, name] : {std::pair{0, "UNKNOWN "}, {8, "Microsoft Windows Server , "},
-                            {9, "Mac OS X "}, {10, "Linux "}, {11, "UNKNOWN "}, {-1, "UNKNOWN "}}) {
+    for (auto [os, name] : {std::pair{0, "UNKNOWN "}, {8, "Microsoft Windows Server , "}, {9, "Mac OS X "},
+                            {10, "Linux "}, {11, "UNKNOWN "}, {-1, "UNKNOWN "}}) {
         auto family = static_cast<System::OSVersion>(os);
         EXPECT_EQ(System::getOSName(family), name) << os;
     }
     EXPECT_EQ(linuxutil::formatOSVersionString(9, 10, 4, 11, 3), "Mac OS X (10.4.11)");
     EXPECT_EQ(linuxutil::formatOSVersionString(7, 5, 1, 0, 2), "Microsoft Windows XP (Service Pack 2)");
-    for (auto [family, code] : {std::pair{2u, 3ul}, {3u, 3ul}, {4u, 4ul}, {5u, 5ul}, {6u, 6ul}, {25u, 6ul}}) {
-        EXPECT_EQ(linuxutil::processorTypeForFamily(family), code) << family;
-    }
 }
 
 TEST(PlatformFacts, ProcessorsAndClock) {
+    for (auto [family, code] : {std::pair{2u, 3ul}, {3u, 3ul}, {4u, 4ul}, {5u, 5ul}, {6u, 6ul}, {25u, 6ul}}) {
+        EXPECT_EQ(linuxutil::processorTypeForFamily(family), code) << family;
+    }
 #if defined(__x86_64__)
     EXPECT_EQ(System::getProcessorType(), 6u);  // every x86-64 is family 6 or above
 #endif
@@ -102,13 +98,8 @@ TEST(PlatformFacts, MemoryFiguresShiftCapAndWrap) {
 TEST(PlatformFacts, MemoryFiguresAgreeWithProc) {
     std::map<std::string, long long> m;
     std::ifstream in("/proc/meminfo");
-    std::string key;
-    long long kb;
-    std::string unit;
-    while (in >> key >> kb) {
-        m[key.substr(0, key.size() - 1)] = kb;
-        std::getline(in, unit);
-    }
+    std::string key, unit;
+    for (long long kb; in >> key >> kb && std::getline(in, unit);) m[key.substr(0, key.size() - 1)] = kb;
     int avail = -1, limit = -1, used = -1, paged = -1, total = -1, total4 = -1;
     System::getAvailableMemoryMB(avail, limit);
     System::getUsedMemoryMB(used, paged);

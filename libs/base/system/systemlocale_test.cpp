@@ -6,25 +6,22 @@
 #include <QGuiApplication>
 #include <QLocale>
 #include <QSettings>
-#include <QTemporaryDir>
 #include <QUrl>
 
 #include <cstdlib>
 #include <memory>
 
 #include "base/system/system.h"
+#include "base/testing/tempenv.h"
 #include "base/version/versioninfo.h"
 
 namespace mirel {
 namespace {
 
 // Qt reads these once, at the first QSettings and the first QLocale::system().
-const QString gConfigHome = [] {
-    static QTemporaryDir dir;
-    setenv("XDG_CONFIG_HOME", qPrintable(dir.path()), 1);
-    setenv("HOME", qPrintable(dir.path()), 1);
-    setenv("LANGUAGE", "fr_CA:en", 1);
-    return dir.path();
+const bool gEnvironment = [] {
+    testing::temporaryHome();
+    return setenv("LANGUAGE", "fr_CA:en", 1) == 0;
 }();
 
 void store(QSettings* settings, const QString& key, const QVariant& value) {
