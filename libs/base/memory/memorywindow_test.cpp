@@ -14,32 +14,25 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QSettings>
-#include <QTemporaryDir>
 #include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
 
-#include <cstdlib>
-#include <functional>
-#include <memory>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <future>
+#include <memory>
 
 #include "base/memory/memorydialog.h"
+#include "base/testing/tempenv.h"
 #include "base/version/versioninfo.h"
 
 namespace mirel {
 namespace {
 
-// The real settings store, kept away from the user's: Qt reads XDG_CONFIG_HOME once, at
-// the first QSettings of the process, so it is set before main().
-const QString gConfigHome = [] {
-    static QTemporaryDir dir;
-    setenv("XDG_CONFIG_HOME", qPrintable(dir.path()), 1);
-    setenv("HOME", qPrintable(dir.path()), 1);
-    return dir.path();
-}();
+// The real settings store, kept away from the user's.
+const QString gConfigHome = testing::temporaryHome();
 
 class QtApplicationEnvironment : public ::testing::Environment {
 public:
