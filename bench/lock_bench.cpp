@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr unsigned int kForever = 0xFFFFFFFFu;
-
 struct PosixRecursive {
     PosixRecursive() {
         pthread_mutexattr_t attr;
@@ -26,7 +24,7 @@ struct PosixRecursive {
 };
 
 struct Spin {
-    void lock() { l.lock(kForever); }
+    void lock() { l.lock(mirel::kWaitForever); }
     void unlock() { l.unlock(); }
     mirel::SpinLock l;
 };

@@ -15,7 +15,7 @@ int main() {
         },
         nullptr);
     if (t == 0 || mirel::System::join(t) != 0 || counter != 1) return 1;
-    if (lock.lock(0xFFFFFFFFu) != 0 || lock.unlock() != 0) return 1;
+    if (lock.lock(mirel::kWaitForever) != 0 || lock.unlock() != 0) return 1;
     std::puts("consumer: linked against the installed mirel");
     return 0;
 }
