@@ -22,16 +22,13 @@ TEST_F(XmlFiles, ValuesFollowTheTextAndPathRules) {
     } rows[] = {
         {"<a><b>  x  </b></a>", "a/b", "x"},
         {"<a><b>x</b>tail</a>", "b", nullptr},  // the first piece names the root
-        {"<a><b>x</b></a>", "a/b/c", nullptr},
-        {"<a><b>x</b></a>", "a/B", nullptr},  // names are case-sensitive
+        {"<a><b>x</b></a>", "a/b/c", nullptr}, {"<a><b>x</b></a>", "a/B", nullptr},  // names are case-sensitive
         // Only the text after the last child; the parent's text is not the child's.
         {"<a>before<b>x</b>  after \n</a>", "a", "after"},
         {"<a>before<b>x</b>  after \n</a>", "a/b", "x"},
         {"<a>before<b>x</b></a>", "a", nullptr},
         {"<a><b>1</b><c>c</c><b>2</b></a>", "a/b", "1"},
-        {"<a><b><c>deep</c></b></a>", "/a//b/c/", "deep"},
-        {"<a>x</a>", "", nullptr},
-        {"<a>x</a>", "///", nullptr},
+        {"<a><b><c>deep</c></b></a>", "/a//b/c/", "deep"}, {"<a>x</a>", "", nullptr}, {"<a>x</a>", "///", nullptr},
         {"<a><b/></a>", "a/b", nullptr},  // no text at all
         {"<a><b> \n\t </b></a>", "a/b", ""},   // blanks only: empty, not null
         // Qt's white-space rule: no-break and em spaces are trimmed, inner blanks stay.
@@ -45,7 +42,6 @@ TEST_F(XmlFiles, ValuesFollowTheTextAndPathRules) {
     for (const auto& r : rows) {
         XmlReader reader(write(r.xml));
         ASSERT_FALSE(reader.getErrorsOccurred()) << r.xml << ": " << reader.error.toStdString();
-        EXPECT_TRUE(reader.error.isEmpty());
         const QString got = XmlTree(reader.root).getValue(QString::fromLatin1(r.path));
         EXPECT_EQ(got.isNull(), r.value == nullptr) << r.xml << " at " << r.path;
         EXPECT_EQ(got, QString::fromUtf8(r.value)) << r.xml << " at " << r.path;
