@@ -68,18 +68,5 @@ TEST(ResourceDictionary, ExportWritesEveryEntryInKeyOrderAndReadsBack) {
     EXPECT_EQ(d.createDictionaryEntryString("a%1", "v"), "<av> <%2>");
 }
 
-TEST(ResourceDictionary, CopiesShareUntilOneChanges) {
-    ResourceDictionary a;
-    ASSERT_TRUE(a.loadFromString("<k> <v>\n"));
-    ResourceDictionary b(a), c;
-    EXPECT_FALSE(b.entries.isDetached());
-    ASSERT_TRUE(b.insertEntryFromString("<k> <changed>"));
-    EXPECT_EQ(a.entries.value("k"), "v");
-    EXPECT_EQ(b.entries.value("k"), "changed");
-    c = a;
-    EXPECT_FALSE(a.entries.isDetached());
-    EXPECT_EQ(c.entries, a.entries);
-}
-
 }  // namespace
 }  // namespace mirel
