@@ -5,7 +5,6 @@
 #include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
-#include <QTemporaryDir>
 #include <QThread>
 
 #include <functional>
@@ -177,21 +176,19 @@ TEST_F(Hostile, HundredMegabyteFileIsRead) {
 // A process that links the library and draws text through Qt (which reads fontconfig's XML
 // configuration with the UTF-8 expat) must hear nothing from fontconfig. The same probe
 // linked straight to libexpatw shows what the check looks for.
-TEST(ExpatScope, FontconfigKeepsItsOwnExpatWhileTheReaderUsesTheUtf16One) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath("a.xml");
-    testing::writeFile(path, "<a>x</a>");
-    Probe probe = runProbe(XML_PROBE_PATH, {"gui", path});
+using ExpatScope = testing::TempFolderTest;
+
+TEST_F(ExpatScope, FontconfigKeepsItsOwnExpatWhileTheReaderUsesTheUtf16One) {
+    const QString path = write("<a>x</a>");
+    const Probe probe = runProbe(XML_PROBE_PATH, {"gui", path});
     ASSERT_EQ(probe.status, 0) << probe.err.toStdString();
     EXPECT_EQ(field(probe.out, "read"), "ok");
-    EXPECT_FALSE(field(probe.out, "global XML_ParserCreate").contains("libexpatw"))
-        << probe.out.toStdString();
+    EXPECT_FALSE(field(probe.out, "global XML_ParserCreate").contains("libexpatw")) << probe.out.toStdString();
     EXPECT_FALSE(probe.err.contains("Fontconfig")) << probe.err.toStdString();
 
-    Probe control = runProbe(XML_PROBE_LINKED_PATH, {"gui", path});
+    const Probe control = runProbe(XML_PROBE_LINKED_PATH, {"gui", path});
     ASSERT_EQ(control.status, 0) << control.err.toStdString();
-    EXPECT_TRUE(field(control.out, "global XML_ParserCreate").contains("libexpatw"))
-        << control.out.toStdString();
+    EXPECT_TRUE(field(control.out, "global XML_ParserCreate").contains("libexpatw")) << control.out.toStdString();
     EXPECT_TRUE(control.err.contains("Fontconfig error")) << control.err.toStdString();
 }
 
