@@ -30,7 +30,7 @@
 
 #include "base/memory/mspace_p.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(MIREL_ARENA_ASAN)
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -67,7 +67,7 @@ ARENA_CODE inline size_t granularity() { return gParams.granularity.load(std::me
 
 // ---- sanitizer bookkeeping -------------------------------------------------------------
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(MIREL_ARENA_ASAN)
 ARENA_CODE inline void poison(const void* p, size_t n) { ASAN_POISON_MEMORY_REGION(p, n); }
 ARENA_CODE inline void unpoison(const void* p, size_t n) { ASAN_UNPOISON_MEMORY_REGION(p, n); }
 #else

@@ -13,7 +13,16 @@
 
 #include "base/memory/mspace.h"
 
+// GCC announces AddressSanitizer with a macro, clang only through __has_feature.
 #if defined(__SANITIZE_ADDRESS__)
+#define MIREL_ARENA_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define MIREL_ARENA_ASAN 1
+#endif
+#endif
+
+#if defined(MIREL_ARENA_ASAN)
 #define ARENA_CODE __attribute__((no_sanitize_address))
 #else
 #define ARENA_CODE
