@@ -117,6 +117,8 @@ TEST(DateTimeZones, NormaliseAdjustAndCompareInstants) {
     EXPECT_EQ(show(d), show(dt(2006, 12, 31, 20, 0, 0, -5, -30)));
     d.adjustTimeZone(9, 0);
     EXPECT_EQ(show(d), show(dt(2007, 1, 1, 10, 30, 0, 9, 0)));
+    d.adjustTimeZone(9, 45);  // the same hours: the minutes alone still move the time
+    EXPECT_EQ(show(d), show(dt(2007, 1, 1, 11, 15, 0, 9, 45)));
 
     const DateTime a = dt(2006, 1, 1, 1, 0, 0, 2, 0), b = dt(2005, 12, 31, 23);
     EXPECT_TRUE(a == b);
