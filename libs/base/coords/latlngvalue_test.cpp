@@ -32,7 +32,7 @@ TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
         {"10 0 61", kRefused}, {"10 61 0", kRefused}, {"10 0 60,5", 10.0 + 60.5 / 3600.0},
         {"180\u00b0 60' 60''", 180.0 + 1.0 + 1.0 / 60.0},
         // Summed as degrees + minutes / 60 + seconds / 3600, to the last bit.
-        {"0 0 4.9", 4.9 / 3600.0},
+        {"0 0 4.9", 4.9 / 3600.0}, {"0 3 1", 3 / 60.0 + 1 / 3600.0},
         // Whole-text match: nothing outside the pattern, no sign, no letter, no wider \s or \d,
         // and a run is never split (1230 is not 12° 30').
         {"", kRefused}, {" 37.5", kRefused}, {"37.5 ", kRefused}, {"-37.5", kRefused}, {"+37.5", kRefused},
