@@ -3,23 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 
+#include "base/testing/toolrunner.h"
+
+namespace mirel::testing {
 namespace {
-
-QJsonObject runPool(const QStringList& args) {
-    QProcess p;
-    p.start(MIREL_TOOL_PATH, QStringList{"pool"} + args);
-    EXPECT_TRUE(p.waitForFinished(120000));
-    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
-    QJsonParseError error;
-    const QJsonObject o = QJsonDocument::fromJson(p.readAllStandardOutput(), &error).object();
-    EXPECT_EQ(error.error, QJsonParseError::NoError);
-    return o;
-}
 
 double total(const QJsonArray& ranges) {
     double sum = 0;
@@ -27,10 +16,12 @@ double total(const QJsonArray& ranges) {
     return sum;
 }
 
-TEST(PoolTool, TrimGivesSegmentsBackAndTheRangesFollow) {
+using PoolTool = ToolTest;
+
+TEST_F(PoolTool, TrimGivesSegmentsBackAndTheRangesFollow) {
     // Blocks of 100-200 KB make the pool grow by many 4 MiB segments.
-    const QJsonObject o = runPool({"--blocks", "200", "--min-size", "100000", "--max-size",
-                                   "200000", "--trim", "--json"});
+    const QJsonObject o = mirel.json({"pool", "--blocks", "200", "--min-size", "100000", "--max-size", "200000",
+                                      "--trim", "--json"});
     const QJsonObject after = o["afterTrim"].toObject();
     ASSERT_FALSE(after.isEmpty());
     const double before = o["footprint"].toDouble();
@@ -41,7 +32,8 @@ TEST(PoolTool, TrimGivesSegmentsBackAndTheRangesFollow) {
         << "ranges the arena gave back are still listed";
     EXPECT_LT(after["ranges"].toArray().size(), o["ranges"].toArray().size());
 
-    EXPECT_FALSE(runPool({"--blocks", "10", "--json"}).contains("afterTrim"));
+    EXPECT_FALSE(mirel.json({"pool", "--blocks", "10", "--json"}).contains("afterTrim"));
 }
 
 }  // namespace
+}  // namespace mirel::testing

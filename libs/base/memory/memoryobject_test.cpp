@@ -45,22 +45,32 @@ TEST(AllocationFrame, ObjectsAskForAtLeastOneByteButPlainCallsPassZeroOn) {
 }
 
 // Free and delete take no manager: the owner comes from the address, while other pools
-// and process-heap blocks are about.
+// and process-heap blocks are about. Each manager's total, and its pool's over all its
+// managers, follows every route back.
 TEST(AllocationFrame, FreeFindsTheOwnerFromThePointerAlone) {
-    MemoryPool* pool = managedPool("frame");
-    HeapManager a(pool), b(pool);
-    MemoryPool unrelated("unrelated", 1 << 16);
-    void* heapBlock = Malloc(64, nullptr);
-    void* poolBlock = Malloc(64, &a);
-    Payload* object = new (&b) Payload;
-    EXPECT_FALSE(MemoryPool::isPointerFromPool(heapBlock));
-    EXPECT_TRUE(MemoryPool::isPointerFromPool(poolBlock));
-    Free(heapBlock);  // a wrong route would read a header that is not there
-    delete object;
-    EXPECT_EQ(a.getAllocatedSize(), 64u);
-    EXPECT_EQ(b.getAllocatedSize(), 0u);
-    Free(poolBlock);
-    EXPECT_EQ(a.getAllocatedSize(), 0u);
+    auto* pool = new MemoryPool("frame", 1 << 16);
+    {
+        HeapManager a(pool), b(pool);
+        MemoryPool unrelated("unrelated", 1 << 16);
+        void* heapBlock = Malloc(64, nullptr);
+        void* p100 = a.alloc(100);
+        void* p28 = Malloc(28, &a);
+        Payload* object = new (&b) Payload;
+        EXPECT_FALSE(MemoryPool::isPointerFromPool(heapBlock));
+        EXPECT_EQ(a.getAllocatedSize(), 128u);
+        EXPECT_EQ(b.getAllocatedSize(), sizeof(Payload));
+        EXPECT_EQ(pool->getAllocatedMemory(), 128u + sizeof(Payload));
+        a.free(p100);
+        Free(heapBlock);  // a wrong route would read a header that is not there
+        delete object;
+        EXPECT_EQ(a.getAllocatedSize(), 28u);
+        EXPECT_EQ(b.getAllocatedSize(), 0u);
+        EXPECT_EQ(pool->getAllocatedMemory(), 28u);
+        Free(p28);
+        EXPECT_EQ(a.getAllocatedSize(), 0u);
+        EXPECT_EQ(pool->getAllocatedMemory(), 0u);
+    }
+    delete pool;
 }
 
 TEST(AllocationFrame, ReallocKeepsTheBytesAndCallocZeroesDirtyMemory) {

@@ -38,6 +38,13 @@ struct Result {
     std::uint64_t ops = 0, segmentMaps = 0, largeMaps = 0, unmaps = 0, injected = 0;
 };
 
+// The process-wide parameters as the arena starts with them.
+inline void restoreDefaults() {
+    mspace_mallopt(kMspaceTrimThreshold, 2 * 1024 * 1024);
+    mspace_mallopt(kMspaceGranularity, 65536);
+    mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
+}
+
 namespace detail {
 
 using std::size_t;
@@ -95,9 +102,12 @@ struct Recorder {
     void note(const std::string& what) {
         if (error.empty()) error = what;
     }
+    void hold(uintptr_t b, size_t n) {
+        for (size_t i = 0; i < n; i += kPage) held.insert(b + i);
+    }
     void noteSegment(uintptr_t b, size_t n) {
         adjacent += b == lastEnd || b + n == lastBase;
-        for (size_t i = 0; i < n; i += kPage) held.insert(b + i);
+        hold(b, n);
         lastBase = b;
         lastEnd = b + n;
     }
@@ -129,39 +139,40 @@ struct Recorder {
         }
         return MAP_FAILED;
     }
-    static Recorder& from(void* context) {
+    // Counts the call and says whether it fails on purpose.
+    static Recorder& from(void* context, std::uint64_t Recorder::*calls, bool* fails = nullptr) {
         auto* r = static_cast<Recorder*>(context);
         if (r == nullptr || r->tag != kTag) std::abort();  // a hook got someone else's context
+        ++(r->*calls);
+        if (fails != nullptr) {
+            *fails = r->failRate > 0 &&
+                     std::uniform_real_distribution<double>(0, 1)(r->rng) < r->failRate;
+            r->injected += *fails;
+        }
         return *r;
     }
-    bool injectFailure() {
-        bool fails = failRate > 0 && std::uniform_real_distribution<double>(0, 1)(rng) < failRate;
-        injected += fails;
-        return fails;
-    }
     static void* segmentHook(unsigned long size, void* context) {
-        Recorder& r = from(context);
-        ++r.segmentCalls;
+        bool fails;
+        Recorder& r = from(context, &Recorder::segmentCalls, &fails);
         if (size == 0 || size % r.granularity != 0) r.note("a segment not in granularity units");
-        if (r.injectFailure()) return MAP_FAILED;
+        if (fails) return MAP_FAILED;
         void* p = r.place(size);
         if (p == MAP_FAILED) p = mapSystem(size);
         if (p != MAP_FAILED) r.noteSegment(reinterpret_cast<uintptr_t>(p), size);
         return p;
     }
     static void* largeHook(unsigned long size, void* context) {
-        Recorder& r = from(context);
-        ++r.largeCalls;
+        bool fails;
+        Recorder& r = from(context, &Recorder::largeCalls, &fails);
         if (size == 0 || size % kPage != 0) r.note("a large block not in whole pages");
-        void* p = r.injectFailure() ? MAP_FAILED : mapSystem(size);
+        void* p = fails ? MAP_FAILED : mapSystem(size);
         if (p == MAP_FAILED) return p;
-        for (size_t i = 0; i < size; i += kPage) r.held.insert(reinterpret_cast<uintptr_t>(p) + i);
+        r.hold(reinterpret_cast<uintptr_t>(p), size);
         r.large[reinterpret_cast<uintptr_t>(p)] = size;
         return p;
     }
     static int unmapHook(void* base, unsigned long size, void* context) {
-        Recorder& r = from(context);
-        ++r.unmapCalls;
+        Recorder& r = from(context, &Recorder::unmapCalls);
         auto b = reinterpret_cast<uintptr_t>(base);
         if (b < r.baseRegion + r.baseRegionSize && r.baseRegion < b + size)
             return r.note("the caller's base region reached the unmapping hook"), -1;
@@ -176,7 +187,7 @@ struct Recorder {
         return munmap(base, size);
     }
     static void* breakHook(int, void* context) {
-        ++from(context).breakCalls;
+        from(context, &Recorder::breakCalls);
         return MAP_FAILED;
     }
 };
@@ -232,11 +243,6 @@ private:
              : r < 940 ? uniform(1025, 16384)   : r < 993 ? uniform(16385, 160000)
                        : uniform(160001, 1600000);
     }
-    static void restoreDefaults() {
-        mspace_mallopt(kMspaceTrimThreshold, 2 * 1024 * 1024);
-        mspace_mallopt(kMspaceGranularity, 65536);
-        mspace_mallopt(kMspaceMmapThreshold, kMspaceLargest);
-    }
 
     // create_mspace(0), a caller's 256 KiB region, a caller's 1 MiB region through the _ca
     // form, and create_mspace(1 MiB).
@@ -268,9 +274,6 @@ private:
         static constexpr size_t kGranularities[] = {65536, 65536, 4096, 1 << 20};
         static constexpr size_t kMmapThresholds[] = {kNever, kNever, 65536, 300000, 256};
         static constexpr size_t kTrimThresholds[] = {2 * 1024 * 1024, 128 * 1024, kNever};
-        static constexpr Placement kPlacements[] = {Placement::Anywhere, Placement::Anywhere,
-                                                    Placement::Spaced, Placement::Ascending,
-                                                    Placement::Descending};
         size_t granularity = kGranularities[uniform(0, 3)], trim = kTrimThresholds[uniform(0, 2)];
         mmapThreshold_ = kMmapThresholds[uniform(0, 4)];
         double failRate = chance(0.3) ? 0.05 : 0.0;
@@ -282,7 +285,8 @@ private:
         for (Space& s : spaces_) {
             s.rec.granularity = granularity;
             s.rec.failRate = failRate;
-            s.rec.placement = kPlacements[uniform(0, 4)];
+            // Anywhere twice as often as each of the others.
+            s.rec.placement = static_cast<Placement>(std::max<size_t>(uniform(0, 4), 1) - 1);
         }
     }
 
@@ -393,9 +397,8 @@ private:
             if (nullAllowed(s, "mspace_realloc") &&
                 (filledWith(old.p, old.size, old.fill) || fail("a refused realloc changed data")))
                 accept(s, old.p, old.size, 16, "a refused realloc");
-        } else {
-            if (filledWith(p, std::min(old.size, n), old.fill) || fail("mspace_realloc lost data"))
-                accept(s, p, n, 16, "mspace_realloc");
+        } else if (filledWith(p, std::min(old.size, n), old.fill) || fail("mspace_realloc lost data")) {
+            accept(s, p, n, 16, "mspace_realloc");
         }
     }
 
