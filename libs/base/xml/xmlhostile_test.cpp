@@ -5,7 +5,6 @@
 #include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
-#include <QTemporaryDir>
 #include <QThread>
 
 #include <functional>
@@ -36,8 +35,7 @@ Probe runProbe(const QString& program, const QStringList& args, const QString& e
     p.setProcessEnvironment(env);
     p.start(program, args);
     EXPECT_TRUE(p.waitForFinished(120000)) << program.toStdString();
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-            QString::fromLocal8Bit(p.readAllStandardOutput()),
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromLocal8Bit(p.readAllStandardOutput()),
             QString::fromLocal8Bit(p.readAllStandardError())};
 }
 
@@ -61,21 +59,19 @@ void onSmallStack(const std::function<void()>& body) {
 
 // Entity expansion -----------------------------------------------------------------------------------------
 
+// Ten references at each of nine levels: a billion laughs.
 QByteArray laughs() {
     QByteArray doc = "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [\n <!ENTITY lol0 \"lol\">\n";
     for (int i = 1; i <= 9; ++i) {
-        doc += QStringLiteral(" <!ENTITY lol%1 \"").arg(i).toLatin1();
-        for (int j = 0; j < 10; ++j) doc += QStringLiteral("&lol%1;").arg(i - 1).toLatin1();
-        doc += "\">\n";
+        doc += " <!ENTITY lol" + QByteArray::number(i) + " \"" + ("&lol" + QByteArray::number(i - 1) + ";").repeated(10) + "\">\n";
     }
     return doc + "]>\n<lolz>&lol9;</lolz>\n";
 }
 
 // One 64 KB entity referenced 20,000 times: 1.3 GB of text from 200 KB.
 QByteArray quadratic() {
-    QByteArray doc = "<!DOCTYPE q [<!ENTITY big \"" + QByteArray(64 * 1024, 'a') + "\">]>\n<q>";
-    for (int i = 0; i < 20000; ++i) doc += "&big;";
-    return doc + "</q>\n";
+    return "<!DOCTYPE q [<!ENTITY big \"" + QByteArray(64 * 1024, 'a') + "\">]>\n<q>" + QByteArray("&big;").repeated(20000) +
+           "</q>\n";
 }
 
 TEST_F(Hostile, EntityBombsAreRefusedQuicklyInLittleMemory) {
@@ -105,45 +101,41 @@ TEST_F(Hostile, EntityBombsAreRefusedQuicklyInLittleMemory) {
 
 // Shape ----------------------------------------------------------------------------------------------------
 
+// A whole deep document, and one that breaks at the bottom so that the deep partial tree is
+// thrown away, both read and freed on a small stack.
 TEST_F(Hostile, NestingTwoHundredThousandDeepIsReadAndFreedWithoutRecursion) {
     constexpr int kDepth = 200000;
-    QByteArray doc;
-    doc.reserve(kDepth * 7 + 16);
-    for (int i = 0; i < kDepth; ++i) doc += "<e>";
-    doc += " bottom ";
-    for (int i = 0; i < kDepth; ++i) doc += "</e>";
-    const QString path = write(doc);
-
+    const QByteArray open = QByteArray("<e>").repeated(kDepth);
+    const QString whole = write(open + " bottom " + QByteArray("</e>").repeated(kDepth), "whole.xml");
+    const QString broken = write(open + "</f>", "broken.xml");
     onSmallStack([&] {
-        XmlReader reader(path);
+        XmlReader reader(whole);
         ASSERT_FALSE(reader.getErrorsOccurred()) << reader.error.toStdString();
         XmlReader copy(reader);  // the last of the two frees the tree
         int depth = 1;
         XmlNode* node = reader.root;
-        while (node->firstChild != nullptr) {
-            node = node->firstChild;
-            ++depth;
-        }
+        for (; node->firstChild != nullptr; ++depth) node = node->firstChild;
         EXPECT_EQ(depth, kDepth);
         EXPECT_EQ(node->value, "bottom");
-        QString deepPath;
-        deepPath.reserve(kDepth * 2);
-        for (int i = 0; i < kDepth; ++i) deepPath += QStringLiteral("e/");
-        EXPECT_EQ(XmlTree(copy.root).getValue(deepPath), "bottom");
+        EXPECT_EQ(XmlTree(copy.root).getValue(QStringLiteral("e/").repeated(kDepth)), "bottom");
+
+        XmlReader partial(broken);
+        EXPECT_TRUE(partial.error.startsWith("Parse error: mismatched tag")) << partial.error.toStdString();
+        EXPECT_EQ(partial.root, nullptr);
     });
 }
 
-TEST_F(Hostile, DeepDocumentThatBreaksAtTheBottomIsFreedWithoutRecursion) {
-    constexpr int kDepth = 200000;
-    QByteArray doc;
-    for (int i = 0; i < kDepth; ++i) doc += "<e>";
-    doc += "</f>";
-    const QString path = write(doc);
-    onSmallStack([&] {
-        XmlReader reader(path);
-        EXPECT_TRUE(reader.error.startsWith("Parse error: mismatched tag")) << reader.error.toStdString();
-        EXPECT_EQ(reader.root, nullptr);
-    });
+// The children of `root` in order with consistent back links, each holding value(index);
+// returns how many there are.
+int checkChildren(const XmlNode* root, const std::function<QString(int)>& value) {
+    int count = 0;
+    for (XmlNode *n = root->firstChild, *last = nullptr; n != nullptr; last = n, n = n->nextSibling, ++count) {
+        if (n->prevSibling != last || n->value != value(count)) {
+            ADD_FAILURE() << "child " << count << ": " << n->value.left(40).toStdString();
+            break;
+        }
+    }
+    return count;
 }
 
 // Appending that walked the sibling list would take minutes here instead of well under a
@@ -152,58 +144,31 @@ TEST_F(Hostile, ThreeHundredThousandSiblingsAreReadInLinearTime) {
     constexpr int kCount = 300000;
     QByteArray doc = "<r>";
     for (int i = 0; i < kCount; ++i) doc += "<s>" + QByteArray::number(i) + "</s>";
-    doc += "</r>";
-    const QString path = write(doc);
-
+    const QString path = write(doc + "</r>");
     testing::Stopwatch watch;
     {
         XmlReader reader(path);
         ASSERT_FALSE(reader.getErrorsOccurred());
-        int count = 0;
-        XmlNode* last = nullptr;
-        for (XmlNode* n = reader.root->firstChild; n != nullptr; n = n->nextSibling) {
-            EXPECT_EQ(n->prevSibling, last);
-            last = n;
-            ++count;
-        }
-        EXPECT_EQ(count, kCount);
-        ASSERT_NE(last, nullptr);
-        EXPECT_EQ(last->value, QString::number(kCount - 1));
+        EXPECT_EQ(checkChildren(reader.root, [](int i) { return QString::number(i); }), kCount);
         EXPECT_EQ(XmlTree(reader.root).getValue("r/s"), "0");
     }
     EXPECT_LT(watch.elapsedMs(), 15000.0);
 }
 
-// Size ------------------------------------------------------------------------------------------------------
-
 // 100 MB, most of it the indentation of a pretty-printed file, read in one piece.
 TEST_F(Hostile, HundredMegabyteFileIsRead) {
     constexpr int kElements = 10000;
     const QByteArray padding = "\n" + QByteArray(10 * 1024 - 1, ' ');
-    const QString path = mDir.filePath("big.xml");
-    {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("<big>");
-        for (int i = 0; i < kElements; ++i) {
-            f.write("<e>" + padding + "value " + QByteArray::number(i) + padding + "</e>");
-        }
-        f.write("</big>\n");
-    }
-    ASSERT_GE(QFile(path).size(), 100LL * 1000 * 1000);
-
-    XmlReader reader(path);
+    QFile f(mDir.filePath("big.xml"));
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write("<big>");
+    for (int i = 0; i < kElements; ++i) f.write("<e>" + padding + "value " + QByteArray::number(i) + padding + "</e>");
+    f.write("</big>\n");
+    f.close();
+    ASSERT_GE(f.size(), 100LL * 1000 * 1000);
+    XmlReader reader(f.fileName());
     ASSERT_FALSE(reader.getErrorsOccurred()) << reader.error.toStdString();
-    EXPECT_EQ(XmlTree(reader.root).getValue("big/e"), "value 0");
-    int count = 0;
-    for (XmlNode* n = reader.root->firstChild; n != nullptr; n = n->nextSibling) {
-        if (n->value != QStringLiteral("value %1").arg(count)) {
-            ADD_FAILURE() << "element " << count << ": " << n->value.left(40).toStdString();
-            break;
-        }
-        ++count;
-    }
-    EXPECT_EQ(count, kElements);
+    EXPECT_EQ(checkChildren(reader.root, [](int i) { return QStringLiteral("value %1").arg(i); }), kElements);
 }
 
 // The reader's expat stays out of the global scope -------------------------------------------------------
@@ -211,21 +176,19 @@ TEST_F(Hostile, HundredMegabyteFileIsRead) {
 // A process that links the library and draws text through Qt (which reads fontconfig's XML
 // configuration with the UTF-8 expat) must hear nothing from fontconfig. The same probe
 // linked straight to libexpatw shows what the check looks for.
-TEST(ExpatScope, FontconfigKeepsItsOwnExpatWhileTheReaderUsesTheUtf16One) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath("a.xml");
-    testing::writeFile(path, "<a>x</a>");
-    Probe probe = runProbe(XML_PROBE_PATH, {"gui", path});
+using ExpatScope = testing::TempFolderTest;
+
+TEST_F(ExpatScope, FontconfigKeepsItsOwnExpatWhileTheReaderUsesTheUtf16One) {
+    const QString path = write("<a>x</a>");
+    const Probe probe = runProbe(XML_PROBE_PATH, {"gui", path});
     ASSERT_EQ(probe.status, 0) << probe.err.toStdString();
     EXPECT_EQ(field(probe.out, "read"), "ok");
-    EXPECT_FALSE(field(probe.out, "global XML_ParserCreate").contains("libexpatw"))
-        << probe.out.toStdString();
+    EXPECT_FALSE(field(probe.out, "global XML_ParserCreate").contains("libexpatw")) << probe.out.toStdString();
     EXPECT_FALSE(probe.err.contains("Fontconfig")) << probe.err.toStdString();
 
-    Probe control = runProbe(XML_PROBE_LINKED_PATH, {"gui", path});
+    const Probe control = runProbe(XML_PROBE_LINKED_PATH, {"gui", path});
     ASSERT_EQ(control.status, 0) << control.err.toStdString();
-    EXPECT_TRUE(field(control.out, "global XML_ParserCreate").contains("libexpatw"))
-        << control.out.toStdString();
+    EXPECT_TRUE(field(control.out, "global XML_ParserCreate").contains("libexpatw")) << control.out.toStdString();
     EXPECT_TRUE(control.err.contains("Fontconfig error")) << control.err.toStdString();
 }
 
