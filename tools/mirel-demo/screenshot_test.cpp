@@ -15,13 +15,13 @@
 #include <QProcessEnvironment>
 #include <QPushButton>
 #include <QScreen>
-#include <QTemporaryDir>
 #include <QTimer>
 #include <QWindow>
 
 #include <cstdlib>
 
 #include "base/memory/memorywindow.h"
+#include "base/testing/tempenv.h"
 
 namespace mirel {
 namespace {
@@ -29,12 +29,7 @@ namespace {
 const QByteArray gDisplay = qgetenv("MIREL_GUI_DISPLAY");
 
 // The settings store away from the user's, set before the first QSettings of the process.
-const QString gConfigHome = [] {
-    static QTemporaryDir dir;
-    setenv("XDG_CONFIG_HOME", qPrintable(dir.path()), 1);
-    setenv("HOME", qPrintable(dir.path()), 1);
-    return dir.path();
-}();
+const QString gConfigHome = testing::temporaryHome();
 
 class XApplicationEnvironment : public ::testing::Environment {
 public:

@@ -25,6 +25,7 @@
 #include <memory>
 
 #include "base/memory/memorydialog.h"
+#include "base/testing/qtapplication.h"
 #include "base/testing/tempenv.h"
 #include "base/version/versioninfo.h"
 
@@ -34,24 +35,9 @@ namespace {
 // The real settings store, kept away from the user's.
 const QString gConfigHome = testing::temporaryHome();
 
-class QtApplicationEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        static int argc = 1;
-        static char name[] = "memorywindow_test";
-        static char* argv[] = {name, nullptr};
-        mApp = new QApplication(argc, argv);
-    }
-    void TearDown() override {
-        delete MemoryWindow::MEMDialog;
-        delete mApp;
-    }
-
-private:
-    QApplication* mApp = nullptr;
-};
-
-const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new QtApplicationEnvironment);
+// A dialog kept after a silenced message must go before the application does.
+const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(
+    new testing::QtApplicationEnvironment({}, [] { delete MemoryWindow::MEMDialog; }));
 
 // Catches what the library hands to the browser.
 class UrlCatcher : public QObject {

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 
 #include <atomic>
@@ -13,28 +13,14 @@
 #include <vector>
 
 #include "base/system/system.h"
+#include "base/testing/qtapplication.h"
 
 namespace mirel {
 namespace {
 
-// One QApplication for the whole binary, made on the main thread, which is marked as the
-// main thread so that methods can check where they run.
-class QtApplicationEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        static int argc = 1;
-        static char name[] = "qttimermanager_test";
-        static char* argv[] = {name, nullptr};
-        mApp = new QApplication(argc, argv);
-        System::setMainThreadId(System::kMainThreadMark);
-    }
-    void TearDown() override { delete mApp; }
-
-private:
-    QApplication* mApp = nullptr;
-};
-
-const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new QtApplicationEnvironment);
+// The main thread is marked as such so that methods can check where they run.
+const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new testing::QtApplicationEnvironment(
+    [] { System::setMainThreadId(System::kMainThreadMark); }));
 
 }  // namespace
 
