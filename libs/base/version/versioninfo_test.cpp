@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "base/testing/tempenv.h"
+#include "base/version/versioninfoimpl_p.h"
 
 namespace mirel {
 namespace {
@@ -61,6 +62,22 @@ TEST_F(VersionInfoTest, TheConfiguredEditionSwitchesOnlyWithinItsGroup) {
         EXPECT_EQ(VersionInfo::getAppIDW(), QString(row(now).id).toStdWString()) << to;
         EXPECT_EQ(VersionInfo::getAppGroup(), home.group) << to;
         EXPECT_EQ(VersionInfo::getAppSettingsRegistryPath(), QString("Software/Vantor/") + home.settingsName);
+    }
+}
+
+// Through VersionInfo only the configured edition's group shows; here the table that every
+// edition builds is checked row by row.
+TEST_F(VersionInfoTest, EveryEditionBuildsTheWholeTable) {
+    for (const Row& edition : kTable) {
+        VersionInfoImpl identity(edition.type);
+        for (int type : {0, 1, 2, 3, 4, 5, 9, 255}) {
+            const VersionInfoImpl::AppInfo& got = identity.lookup(type);
+            const Row& want = row(type);
+            EXPECT_EQ(QStringList({got.displayName, got.settingsName, got.appID}),
+                      QStringList({want.name, want.settingsName, want.id}))
+                << "edition " << edition.type << ", type " << type;
+            EXPECT_EQ(got.group, want.group) << "edition " << edition.type << ", type " << type;
+        }
     }
 }
 
