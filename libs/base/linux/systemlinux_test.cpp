@@ -52,6 +52,7 @@ TEST(PlatformFacts, VersionIsTheKernelReleaseOfUnameMappedByTheTables) {
         auto family = static_cast<System::OSVersion>(os);
         EXPECT_EQ(System::getOSName(family), name) << os;
     }
+    EXPECT_EQ(linuxutil::formatOSVersionString(10, 6, 1, 0, 18), "Linux (6.1.0.18)");
     EXPECT_EQ(linuxutil::formatOSVersionString(9, 10, 4, 11, 3), "Mac OS X (10.4.11)");
     EXPECT_EQ(linuxutil::formatOSVersionString(7, 5, 1, 0, 2), "Microsoft Windows XP (Service Pack 2)");
 }

@@ -45,18 +45,17 @@ TEST(Conditional, TimedwaitRunsOutAndHandsTheLockBackAtItsDepth) {
 int wokenBy(int waiters, int (Conditional::*wake)()) {
     SpinLock lock;
     Conditional cond;
-    int waiting = 0;
-    bool go = false;  // both guarded by `lock`
-    std::atomic<int> woken{0};
+    int waiting = 0, woken = 0;
+    bool go = false;  // all guarded by `lock`
     std::vector<std::thread> threads;
     for (int i = 0; i < waiters; ++i) {
         threads.emplace_back([&] {
             CSMutex hold(lock);
             ++waiting;
             Stopwatch clock;
-            int result = 0;
-            while (!go && result == 0) result = cond.timedwait(lock, 10000);
-            if (result == 0 && clock.elapsedMs() < 5000.0) ++woken;
+            while (!go && cond.timedwait(lock, 10000) == 0) {
+            }
+            if (go && clock.elapsedMs() < 5000.0) ++woken;
         });
     }
     for (bool all = false; !all; System::sleep(1)) {
