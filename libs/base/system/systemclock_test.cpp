@@ -26,17 +26,14 @@ private:
 // Clocks -------------------------------------------------------------------------------------
 
 TEST(Clock, TimeCountsFromLoadNeverStepsBackAndFollowsASleep) {
-    EXPECT_GE(System::getStartTime(), 0.0);
-    EXPECT_LT(System::getStartTime(), 1.0);
-    const double start = System::getTime();
-    double last = start;
+    EXPECT_LT(System::getStartTime(), 1.0) << "the clock does not count from the library's load";
+    double last = System::getTime();
     for (int i = 0; i < 100000; ++i) {
         const double now = System::getTime();
         ASSERT_GE(now, last);
         last = now;
     }
-    // Over a sleep, bracketed by the monotonic clock read just before and just after each
-    // reading: exact however busy the machine, so a wrong scale anywhere shows.
+    // Bracketed by the monotonic clock read just before and after: exact, however busy the machine.
     using std::chrono::steady_clock;
     const auto outerStart = steady_clock::now();
     const double from = System::getTime();
@@ -158,14 +155,8 @@ TEST(Random, ADrawIsLoPlusTheRawDrawModuloTheSpan) {
 // Calendar texts -------------------------------------------------------------------------------
 
 TEST(CalendarText, ThePlatformTextWithItsNewlineOrTheNullString) {
-    tm t{};
-    t.tm_year = 2024 - 1900;
-    t.tm_mon = 2;
-    t.tm_mday = 5;
-    t.tm_hour = 14;
-    t.tm_min = 7;
-    t.tm_sec = 9;
-    t.tm_wday = 2;
+    const time_t at = 1709647629;
+    tm t = *std::gmtime(&at);
     EXPECT_EQ(System::wasctime(&t), QStringLiteral("Tue Mar  5 14:07:09 2024\n"));
     setenv("TZ", "UTC", 1);
     tzset();
