@@ -112,8 +112,10 @@ TEST_F(VersionInfoTest, UserSettingsAreFilesBelowTheConfigHomeAndGlobalOnesAreNo
     }
     EXPECT_EQ(QSettings(appFile, QSettings::IniFormat).value("window/width").toInt(), 1280);
     EXPECT_TRUE(QSettings(commonFile, QSettings::IniFormat).value("shared").toBool());
-    VersionInfo::setAppType(VersionInfo::kAppControl);
-    EXPECT_EQ(std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())->fileName(), appFile);
+    for (int to : {0, 1, 2, 3, 4, 5, 255}) {
+        VersionInfo::setAppType(static_cast<VersionInfo::AppType>(to));
+        EXPECT_EQ(std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())->fileName(), appFile) << to;
+    }
 
     std::unique_ptr<QSettings> app(VersionInfo::createGlobalAppSettings());
     std::unique_ptr<QSettings> common(VersionInfo::createGlobalCommonSettings());
