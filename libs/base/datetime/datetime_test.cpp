@@ -20,8 +20,6 @@ constexpr std::int32_t kMin32 = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kMax32 = std::numeric_limits<std::int32_t>::max();
 constexpr std::int64_t k2p24 = std::int64_t{1} << 24;
 
-// Floor division and leap years -------------------------------------------------------------
-
 // The shortcuts give exactly the single-precision answers: the integer quotient up to the
 // edge of the exact range and beyond it, where the quotient rounds (2^24 + 7 rounds up to a
 // multiple of 12), and the closed-form leap-year counts in every region of rounding.
@@ -61,8 +59,6 @@ TEST(DateTimeArithmetic, LeapYearsAndMonthLengths) {
         {67108868, 2, 28}, {67108872, 2, 29}, {-67108868, 2, 28}};
     for (const auto& r : rows) EXPECT_EQ(maximumDayInMonthFor(r[0], r[1]), r[2]) << r[0] << "-" << r[1];
 }
-
-// Adding durations ---------------------------------------------------------------------------
 
 TEST(DateTimeArithmetic, AddFollowsTheScheduleRules) {
     struct Row {
@@ -104,8 +100,6 @@ TEST(DateTimeArithmetic, AddFollowsTheScheduleRules) {
     EXPECT_EQ(show(d), show(dt(2007, 1, 2, 1, 1, 1)));
 }
 
-// Zones ------------------------------------------------------------------------------------
-
 TEST(DateTimeZones, NormaliseAdjustAndCompareInstants) {
     DateTime d = dt(2006, 1, 1, 1, 0, 0, 2, 0);
     d.normalize();
@@ -121,8 +115,7 @@ TEST(DateTimeZones, NormaliseAdjustAndCompareInstants) {
     EXPECT_EQ(show(d), show(dt(2007, 1, 1, 11, 15, 0, 9, 45)));
 
     const DateTime a = dt(2006, 1, 1, 1, 0, 0, 2, 0), b = dt(2005, 12, 31, 23);
-    EXPECT_TRUE(a == b);
-    EXPECT_FALSE(a > b || b > a);
+    EXPECT_TRUE(a == b && !(a > b) && !(b > a));
     EXPECT_EQ(show(a), show(dt(2006, 1, 1, 1, 0, 0, 2, 0)));  // operands untouched
     // Each field decides when those before it are equal; later ones never outweigh it.
     const DateTime base = dt(2006, 6, 15, 12, 30, 30);
@@ -130,11 +123,8 @@ TEST(DateTimeZones, NormaliseAdjustAndCompareInstants) {
                                   dt(2006, 6, 15, 12, 31), dt(2006, 6, 15, 12, 30, 31)}) {
         EXPECT_TRUE(later > base && !(base > later) && !(later == base)) << show(later);
     }
-    EXPECT_FALSE(base > base);
     EXPECT_TRUE(dt(2006, 6, 15, 12) > dt(2006, 6, 15, 13, 0, 0, 2, 0));  // later face, earlier instant
 }
-
-// The absolute scale and durations ----------------------------------------------------------
 
 TEST(DateTimeScale, SecondsCountFromOneDayBeforeYearZero) {
     const struct {

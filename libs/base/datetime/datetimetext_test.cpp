@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
-#include <cwctype>
 #include <random>
 #include <string>
 #include <vector>
@@ -109,10 +108,6 @@ TEST(DateTimeText, FieldReadersAgreeWithSwscanf) {
         if (doubleOk && !std::isnan(d)) expected = std::int64_t(std::fmin(std::fmax(std::trunc(d), -2147483648.0), 2147483647.0));
         ASSERT_TRUE(!doubleOk || got == expected) << shown;
     }
-    // A blank swscanf would skip at a field's start must be one the reader skips itself.
-    for (char32_t c = 1; c < 0x10000; ++c) {
-        ASSERT_TRUE(!std::iswspace(wint_t(c)) || QChar(char16_t(c)).isSpace()) << unsigned(c);
-    }
     std::setlocale(LC_ALL, "C");
 }
 
@@ -154,8 +149,6 @@ TEST(DateTimeText, WriterAgreesWithSnprintfAndReadsBack) {
     }
 }
 
-// Streams, conversions, threads ------------------------------------------------------------
-
 TEST(DateTimeText, StreamsCarryTheTextForms) {
     QString in = QStringLiteral("2006-07-04T10:20:30\n+05:30"), bad = QStringLiteral("2006-7"), out;
     QTextStream input(&in), badInput(&bad), output(&out);
@@ -172,7 +165,7 @@ TEST(DateTimeText, StreamsCarryTheTextForms) {
 
     // QDateTime goes through Qt's text form; the double conversions pass numbers alone.
     const QDateTime when(QDate(2006, 7, 4), QTime(10, 20, 30));
-    QString qtText, text = QStringLiteral("x");
+    QString qtText;
     QTextStream qtOut(&qtText), qtIn(&qtText);
     qtOut << when;
     qtOut.flush();
@@ -180,10 +173,7 @@ TEST(DateTimeText, StreamsCarryTheTextForms) {
     QDateTime back;
     qtIn >> back;
     EXPECT_EQ(back, when);
-    convertFromDouble(back, 2.5);
-    convertFromDouble(text, 2.5);
-    EXPECT_TRUE(back == when && text == QStringLiteral("x"));
-    EXPECT_EQ(convertToDouble(2.5) + convertToDouble(text) + convertToDouble(when) + convertFromDouble(1.0, 4.0), 6.5);
+    EXPECT_EQ(convertToDouble(2.5) + convertToDouble(qtText) + convertToDouble(when) + convertFromDouble(1.0, 4.0), 6.5);
 }
 
 // Parsing and writing keep no shared state: threads started together get their own answers.

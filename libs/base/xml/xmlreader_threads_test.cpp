@@ -2,8 +2,6 @@
 // stay whole while any copy holds it and be freed exactly once.
 #include <gtest/gtest.h>
 
-#include <QTemporaryDir>
-
 #include <atomic>
 #include <vector>
 
@@ -15,10 +13,10 @@
 namespace mirel {
 namespace {
 
-TEST(XmlReaderThreads, CopiesDroppedOnManyThreadsFreeTheTreeOnce) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath("shared.xml");
-    testing::writeFile(path, "<a><b>shared</b></a>");
+using XmlReaderThreads = testing::TempFolderTest;
+
+TEST_F(XmlReaderThreads, CopiesDroppedOnManyThreadsFreeTheTreeOnce) {
+    const QString path = write("<a><b>shared</b></a>");
     constexpr int kThreads = 4;
     constexpr int kRounds = 200;
     std::atomic<int> wrong{0};
@@ -29,7 +27,7 @@ TEST(XmlReaderThreads, CopiesDroppedOnManyThreadsFreeTheTreeOnce) {
         delete original;
         testing::runTogether(kThreads, [&](int i) {
             XmlReader mine(copies[static_cast<std::size_t>(i)]);
-            copies[static_cast<std::size_t>(i)] = XmlReader(dir.filePath("missing.xml"));
+            copies[static_cast<std::size_t>(i)] = XmlReader(mDir.filePath("missing.xml"));
             if (XmlTree(mine.root).getValue("a/b") != QStringLiteral("shared")) ++wrong;
         });
     }
