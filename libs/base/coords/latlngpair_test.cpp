@@ -6,6 +6,9 @@
 
 #include <QRegularExpression>
 
+#include <tuple>
+#include <utility>
+
 namespace mirel {
 namespace {
 
@@ -84,11 +87,7 @@ TEST(LatLngPair, PublishedPatternMatchesEveryPointPairAndFindsOneInText) {
 }
 
 TEST(LatLngValues, SingleAxesTakeTheirOwnLettersAndNoRangeOrComma) {
-    const struct {
-        bool latitude;
-        const char* text;
-        double value;
-    } rows[] = {
+    const std::tuple<bool, const char*, double> rows[] = {  // latitude or longitude, text, value
         {true, "S 33.9", -33.9}, {true, "33.9 s", -33.9}, {true, "33.9N", 33.9}, {true, "-33.9", -33.9},
         {true, "+ 33.9", 33.9}, {true, "33.9", 33.9}, {true, "95 N", 95}, {true, "33\u00b0 54' S", -33.9},
         {true, "- 33.9", -33.9}, {true, " 33.9", 33.9}, {true, "33.9 E", kRefused}, {true, "W 33.9", kRefused},
@@ -97,32 +96,28 @@ TEST(LatLngValues, SingleAxesTakeTheirOwnLettersAndNoRangeOrComma) {
         {false, "- 122", -122}, {false, "180 E", 180}, {false, "122 N", kRefused}, {false, "S 122", kRefused},
         {false, "181 W", kRefused}, {false, "", kRefused},
     };
-    for (const auto& row : rows) {
-        const QString text = QString::fromUtf8(row.text);
+    for (const auto& [latitude, text, value] : rows) {
         double result = kUntouched;
-        const bool ok = row.latitude ? LatValue::Parse(text, &result) : LngValue::Parse(text, &result);
-        EXPECT_EQ(ok, row.value != kRefused) << row.text;
-        EXPECT_DOUBLE_EQ(result, row.value) << row.text;
+        const QString t = QString::fromUtf8(text);
+        EXPECT_EQ(latitude ? LatValue::Parse(t, &result) : LngValue::Parse(t, &result), value != kRefused) << text;
+        EXPECT_DOUBLE_EQ(result, value) << text;
     }
 }
 
 TEST(LatLngPair, DirectionAndSignTestsLookAtTheFirstLatin1Character) {
     // Expected answers as valid, north/south, east/west, sign, negative.
-    const struct {
-        QString text;
-        const char* answers;
-    } rows[] = {
+    const std::pair<QString, const char*> rows[] = {
         {"", "00010"}, {"N", "11000"}, {"s", "11001"}, {"S", "11001"}, {"E", "10100"},
         {"w", "10101"}, {"W", "10101"}, {"n", "11000"}, {"-", "00011"}, {"+", "00010"},
         {"x", "00000"}, {"Nx", "11000"}, {"xN", "00000"},
         // U+014E and U+012D have the low bytes of 'N' and '-': above U+00FF they count as 0.
         {QString(QChar(0x014E)), "00000"}, {QString(QChar(0x012D)), "00000"},
     };
-    for (const auto& r : rows) {
-        const QString got = QString::number(is_valid_direction(r.text)) + QString::number(is_ns_direction(r.text)) +
-                            QString::number(is_ew_direction(r.text)) + QString::number(is_valid_sign(r.text)) +
-                            QString::number(is_negative_direction(r.text));
-        EXPECT_EQ(got, QString::fromLatin1(r.answers)) << r.text.toStdString();
+    for (const auto& [text, answers] : rows) {
+        const QString got = QString::number(is_valid_direction(text)) + QString::number(is_ns_direction(text)) +
+                            QString::number(is_ew_direction(text)) + QString::number(is_valid_sign(text)) +
+                            QString::number(is_negative_direction(text));
+        EXPECT_EQ(got, QString::fromLatin1(answers)) << text.toStdString();
     }
 }
 

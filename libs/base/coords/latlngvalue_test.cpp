@@ -6,6 +6,8 @@
 
 #include <QRegularExpression>
 
+#include <utility>
+
 namespace mirel {
 namespace {
 
@@ -13,10 +15,7 @@ constexpr double kUntouched = -999.0;
 constexpr double kRefused = kUntouched;  // the expected result of a refused text
 
 TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
-    const struct {
-        const char* text;  // UTF-8
-        double value;
-    } rows[] = {
+    const std::pair<const char*, double> rows[] = {  // UTF-8 text, value
         // Every form with a point and with a comma; blanks, degree, minute and second marks.
         {"37.5", 37.5}, {"37,5", 37.5}, {"37.422\u00b0", 37.422}, {"37,422\u00b0", 37.422}, {"37\u00b030'", 37.5},
         {"37\u00b0 30.5'", 37.0 + 30.5 / 60.0}, {"37\u00b0 30,5'", 37.0 + 30.5 / 60.0}, {"37 30`", 37.5},
@@ -40,10 +39,10 @@ TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
         {"37,5,5", kRefused}, {"37\u00b0\u00b0", kRefused}, {"37 30 0'", kRefused}, {"37 30 0 0", kRefused},
         {"37\u00a030", kRefused}, {"\u0663\u0667", kRefused}, {"1230", kRefused},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, value] : rows) {
         double result = kUntouched;
-        EXPECT_EQ(LatLngValue::Parse(QString::fromUtf8(row.text), &result), row.value != kRefused) << row.text;
-        EXPECT_EQ(result, row.value) << row.text;
+        EXPECT_EQ(LatLngValue::Parse(QString::fromUtf8(text), &result), value != kRefused) << text;
+        EXPECT_EQ(result, value) << text;
     }
     LatLngValue noTarget;  // keeps the value for the caller to read
     EXPECT_TRUE(noTarget.ParseFrom("12 30") && noTarget.value == 12.5);

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <limits>
+#include <tuple>
+#include <utility>
 
 #include "base/datetime/datetime_p.h"
 #include "base/datetime/datetime_test.h"
@@ -127,17 +129,14 @@ TEST(DateTimeZones, NormaliseAdjustAndCompareInstants) {
 }
 
 TEST(DateTimeScale, SecondsCountFromOneDayBeforeYearZero) {
-    const struct {
-        DateTime d;
-        long long days;
-    } rows[] = {
+    const std::pair<DateTime, long long> rows[] = {  // the value and its seconds in days
         {dt(0, 1, 1), 1}, {dt(1, 1, 1), 367}, {dt(2, 1, 1), 366 + 365 + 1}, {dt(0, 3, 1), 61},
         {dt(1, 1, 1, 1, 0, 0, 1, 0), 367}, {dt(2001, 1, 1), 730852},
         // Every year before 1 counts as year 0, but its own leap day still counts.
         {dt(-5, 1, 1), 1}, {dt(-5, 3, 1), 60}, {dt(-4, 3, 1), 61},
         // Month 13 is the table's last entry; month 0 is December of the year before.
         {dt(0, 13, 1), 1 + 365 + 1}, {dt(-1, 13, 1), 365 + 1}, {dt(1, 0, 1), 1 + 334 + 1}};
-    for (const auto& r : rows) EXPECT_EQ(r.d.toSeconds(), r.days * 86400) << show(r.d);
+    for (const auto& [d, days] : rows) EXPECT_EQ(d.toSeconds(), days * 86400) << show(d);
     EXPECT_EQ(dt(0, 1, 1, 1, 2, 3).toSeconds(), 86400 + 3723);
     EXPECT_DOUBLE_EQ(dt(2006, 7, 4).toCurrentTime(), double(dt(2006, 7, 4).toSeconds()) - System::getStartTime());
 
@@ -147,9 +146,7 @@ TEST(DateTimeScale, SecondsCountFromOneDayBeforeYearZero) {
 }
 
 TEST(DateTimeDurations, SubtractionGivesYearsMonthsDaysAndTime) {
-    const struct {
-        DateTime later, earlier, expected;
-    } rows[] = {
+    const std::tuple<DateTime, DateTime, DateTime> rows[] = {  // later - earlier = expected
         // A common year; the leap test starts at the year after the earlier one.
         {dt(2007, 1, 1), dt(2006, 1, 1), dt(1, 0, 0)}, {dt(2004, 3, 1), dt(2003, 3, 1), dt(1, 0, 0)},
         // Months count m - start days; the time of day; the month counter wraps to 1.
@@ -159,10 +156,10 @@ TEST(DateTimeDurations, SubtractionGivesYearsMonthsDaysAndTime) {
         {dt(2006, 1, 1, 2, 0, 0, 2, 0), dt(2006, 1, 1), dt(0, 0, 0, 0, 0, 0, 2, 0)},
         {dt(2006, 1, 1), dt(2006, 1, 1, 0, 0, 1), dt(0, 0, 0, 23, 59, 59)}, {dt(2006, 1, 1), dt(2006, 1, 2), dt(0, 0, 0)},
     };
-    for (const auto& r : rows) {
-        DateTime d = r.later;
-        d -= r.earlier;
-        EXPECT_EQ(show(d), show(r.expected)) << show(r.later) << " - " << show(r.earlier);
+    for (const auto& [later, earlier, expected] : rows) {
+        DateTime d = later;
+        d -= earlier;
+        EXPECT_EQ(show(d), show(expected)) << show(later) << " - " << show(earlier);
     }
     // 17999999 s is past 2^24: the minutes round up to 300000 and the seconds come out -1.
     DateTime d;
@@ -181,15 +178,12 @@ TEST(DateTimeDurations, LongDurationsCountYearsOneByOneInEffect) {
             if (acc > seconds) return static_cast<std::int32_t>(count);
         }
     };
-    const struct {
-        int year;
-        long long seconds;
-    } rows[] = {{2000, 1000000000000000LL}, {-16777216 - 1000, 40000000000000LL}, {kMax32 - 100, 5000000000LL},
-                {1, 31622400LL * 400 + 17}};
-    for (const auto& r : rows) {
+    const std::pair<int, long long> rows[] = {{2000, 1000000000000000LL}, {-16777216 - 1000, 40000000000000LL},
+                                              {kMax32 - 100, 5000000000LL}, {1, 31622400LL * 400 + 17}};
+    for (const auto& [year, seconds] : rows) {
         DateTime d;
-        d.toDuration(dt(r.year, 1, 1), r.seconds);
-        EXPECT_EQ(d.year, yearByYear(r.year, r.seconds)) << r.year;
+        d.toDuration(dt(year, 1, 1), seconds);
+        EXPECT_EQ(d.year, yearByYear(year, seconds)) << year;
     }
 
     const long long cycle =

@@ -10,6 +10,7 @@
 #include <cwchar>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/datetime/datetime_test.h"
@@ -35,10 +36,7 @@ QString parse(const QString& text, DateTime& into) {
 TEST(DateTimeText, AcceptedFormsReadTheFieldsTheyReach) {
     const DateTime start = dt(1999, 9, 9, 9, 9, 9, 1, 15);  // fields not reached keep these
     auto kept = [&](int y, int mo = 9, int d = 9) { return dt(y, mo, d, 9, 9, 9, 1, 15); };
-    const struct {
-        const char* text;
-        DateTime expected;
-    } rows[] = {
+    const std::pair<const char*, DateTime> rows[] = {
         {"2006", kept(2006)}, {"2006-07", kept(2006, 7)}, {" 2006 - 07 - 04\t\n\u00a0", kept(2006, 7, 4)},
         // No zone is UTC; a fraction is cut; text after Z is not looked at.
         {"2006-07-04T10:20:30", dt(2006, 7, 4, 10, 20, 30)}, {" 2006-07-04 T 10 : 20 : 30.999999 Z ", dt(2006, 7, 4, 10, 20, 30)},
@@ -55,10 +53,10 @@ TEST(DateTimeText, AcceptedFormsReadTheFieldsTheyReach) {
         {"4294967296", kept(0)}, {"2006-07-04T10:20:3e1Z", dt(2006, 7, 4, 10, 20, 30)},
         {"2006-07-04T10:20:-1Z", dt(2006, 7, 4, 10, 20, 255)}, {"2006-07-04T10:20:infZ", dt(2006, 7, 4, 10, 20, 255)},
     };
-    for (const auto& r : rows) {
+    for (const auto& [text, expected] : rows) {
         DateTime d = start;
-        ASSERT_EQ(parse(QString::fromUtf8(r.text), d), QString()) << r.text;
-        EXPECT_EQ(show(d), show(r.expected)) << r.text;
+        ASSERT_EQ(parse(QString::fromUtf8(text), d), QString()) << text;
+        EXPECT_EQ(show(d), show(expected)) << text;
     }
     DateTime d = start;
     EXPECT_EQ(parse(QString(), d), QString());  // a null string is no error and no change
