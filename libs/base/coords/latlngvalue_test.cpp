@@ -53,13 +53,8 @@ TEST(LatLngValue, PublishedPatternIsTheDocumentedTextAndFindsAngles) {
               QString::fromUtf8("((?:\\d+(?!\\d)\\.?\\d*)(?:\u00b0)?|(?:\\d+(?!\\d))(?:\u00b0)?\\s*(?:\\d+(?!\\d)\\.?\\d*)[`']?|"
                                 "(?:\\d+(?!\\d))(?:\u00b0)?\\s*(?:\\d+(?!\\d))[`']?\\s*(?:\\d+(?!\\d)\\.?\\d*)(?:\"|'')?)"));
     const QRegularExpression re(LatLngValue::kREPattern);
-    ASSERT_TRUE(re.isValid());
-    EXPECT_EQ(re.captureCount(), 1);
     // A search takes the first alternative that fits, not the longest: DF before DMSF.
     EXPECT_EQ(re.match(QString::fromUtf8("at 37\u00b0 25' 19.2'' north")).captured(1), QString::fromUtf8("37\u00b0"));
-    const QRegularExpression whole(QRegularExpression::anchoredPattern(LatLngValue::kREPattern));
-    EXPECT_TRUE(whole.match(QString::fromUtf8("37\u00b0 25' 19.2''")).hasMatch());
-    EXPECT_FALSE(whole.match(QString::fromUtf8("37,5")).hasMatch());
 }
 
 }  // namespace

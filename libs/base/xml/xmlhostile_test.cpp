@@ -58,8 +58,7 @@ TEST_F(Hostile, EntityBombsAreRefusedQuicklyInLittleMemory) {
         testing::Stopwatch watch;
         {
             XmlReader reader(path);
-            EXPECT_TRUE(reader.error.startsWith("Parse error: ")) << reader.error.toStdString();
-            EXPECT_EQ(reader.root, nullptr);
+            EXPECT_TRUE(reader.error.startsWith("Parse error: ") && reader.root == nullptr) << reader.error.toStdString();
         }
         EXPECT_LT(watch.elapsedMs(), 2000.0);
 
