@@ -77,8 +77,8 @@ TEST_F(XmlFiles, ManyDistinctNamesEachKeepTheirOwn) {
 }
 
 // Non-ASCII names and values, a character outside the basic plane among them, read from
-// UTF-8 and UTF-16, declared or marked with a byte-order mark.
-TEST_F(XmlFiles, NonAsciiNamesAndValuesInUtf8AndUtf16) {
+// each encoding a file may declare or mark with a byte-order mark.
+TEST_F(XmlFiles, NonAsciiNamesAndValuesInEveryEncoding) {
     const QString doc = QStringLiteral("<l\u00e4nder><stadt>  Z\u00fcrich \u5317\u4eac \U0001F30D </stadt>"
                                        "<\u03c0>3.14</\u03c0></l\u00e4nder>");
     const QString declared = QStringLiteral("<?xml version=\"1.0\" encoding=\"%1\"?>\n");
@@ -96,6 +96,9 @@ TEST_F(XmlFiles, NonAsciiNamesAndValuesInUtf8AndUtf16) {
         EXPECT_EQ(tree.getValue(QStringLiteral("l\u00e4nder/stadt")), QStringLiteral("Z\u00fcrich \u5317\u4eac \U0001F30D"));
         EXPECT_EQ(tree.getValue(QStringLiteral("/l\u00e4nder/\u03c0")), "3.14");
     }
+    // An encoding only its declaration names: the reader must not force one of its own.
+    XmlReader latin1(write(encoded(declared.arg("ISO-8859-1") + "<l\u00e4nder>\u00fc</l\u00e4nder>", QStringConverter::Latin1, false)));
+    EXPECT_EQ(XmlTree(latin1.root).getValue(QStringLiteral("l\u00e4nder")), QStringLiteral("\u00fc"));
 }
 
 // Errors leave no tree. expat counts lines from 1 and columns from 0, and the position is
