@@ -1,8 +1,8 @@
 #include "base/foundation/utf8ostream.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <QFile>
 #include <QRegularExpression>
 
 #include <cstdio>
@@ -51,21 +51,6 @@ TEST(Utf8OStream, EncodesEachUnitInOneTwoOrThreeBytes) {
     for (QChar c : text) oneByOne << QString(c);
     EXPECT_EQ(bytes(whole), utf8);
     EXPECT_EQ(bytes(oneByOne), utf8);
-}
-
-// Both paths: a fresh stream counts first and grows, a roomy one encodes straight away.
-TEST(Utf8OStream, AgreesWithQtWhereStandardUtf8AndItCoincide) {
-    std::mt19937 rng(99);
-    for (int round = 0; round < 300; ++round) {
-        const QString text = randomBmpText(rng, round);
-        Utf8OStream fresh;
-        fresh << text;
-        EXPECT_EQ(bytes(fresh), bytes(text.toUtf8())) << round;
-        Utf8OStream roomy;
-        roomy << QString(3000, QChar('-'));  // 1,096 bytes left: room for three a unit
-        roomy << text;
-        EXPECT_EQ(bytes(roomy).substr(3000), bytes(text.toUtf8())) << round;
-    }
 }
 
 // A fresh stream counts the bytes before growing; a roomy one encodes straight away.
@@ -138,15 +123,11 @@ TEST(Utf8OStream, FillingTheBufferToItsLastByteWritesNothingPastIt) {
 // ErrorLog -------------------------------------------------------------------------------------
 
 // The file's bytes, read past the stream so that its orientation does not matter.
-std::string readAll(FILE* f) {
+QString readAll(FILE* f) {
     std::fflush(f);
-    std::string out;
-    char buffer[256];
-    ssize_t n;
-    while ((n = pread(fileno(f), buffer, sizeof buffer, off_t(out.size()))) > 0) {
-        out.append(buffer, std::size_t(n));
-    }
-    return out;
+    QFile file;
+    const bool read = file.open(fileno(f), QIODevice::ReadOnly) && file.seek(0);
+    return read ? QString::fromUtf8(file.readAll()) : QString();
 }
 
 // Standard UTF-8 here (the C library's, not Utf8OStream's) after a timestamp, with no line
@@ -165,7 +146,7 @@ TEST(ErrorLog, WritesTheTimeAndTheMessageInTheStreamsOrientation) {
         EXPECT_TRUE(ErrorLog(f, message));
         const double after = System::getTime();
         EXPECT_EQ(fwide(f, 0) > 0, used == kWide);
-        const QString line = QString::fromUtf8(readAll(f).c_str());
+        const QString line = readAll(f);
         std::fclose(f);
         const auto m = QRegularExpression(QStringLiteral("^(first\\|)?(\\d+\\.\\d{6}): (.*)$"),
                                           QRegularExpression::DotMatchesEverythingOption).match(line);

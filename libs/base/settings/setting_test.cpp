@@ -98,39 +98,30 @@ TEST_F(SettingTest, TextReadsBackItsFirstWordOnly) {
 
 // Snapshots -------------------------------------------------------------------------------
 
-// Pops undo every change of the frame, silently and without restoring the modifier.
-TEST_F(SettingTest, PopRestoresSeveralChangesSilently) {
+// Pops undo every change of the innermost frame, silently and without restoring the
+// modifier; outer frames keep theirs, and an empty frame still pops once.
+TEST_F(SettingTest, PopsUndoTheInnermostFrameSilently) {
     IntSetting a(group, "a", 1);
+    TypedSetting<QString> t(group, "t", "start");
     Counter watch(a);
     Setting::pushAllSettings();
     a.set(2);
-    Setting::sCurrentModifier = 9;
-    a.set(3);
-    EXPECT_EQ(watch.changed, 2);
-    EXPECT_TRUE(Setting::popAllSettings());
-    EXPECT_EQ(a.getValue(), 1);
-    EXPECT_EQ(watch.changed, 2) << "restoring is silent";
-    EXPECT_EQ(a.getModifier(), 9u) << "the modifier is not restored";
-    EXPECT_FALSE(a.popSetting()) << "every saved value was used up";
-}
-
-TEST_F(SettingTest, NestedFramesRecordOnlyInTheInnermost) {
-    IntSetting a(group, "a", 1);
-    TypedSetting<QString> t(group, "t", "start");
     Setting::pushAllSettings();
-    a.set(2);
-    Setting::pushAllSettings();  // stays empty, and still pops once
     Setting::pushAllSettings();
     a.set(3);
     t.set("inner");
+    Setting::sCurrentModifier = 9;
     a.set(4);
     EXPECT_TRUE(Setting::popAllSettings());
     EXPECT_EQ(a.getValue(), 2);
     EXPECT_EQ(t.getValue(), "start");
+    EXPECT_EQ(watch.changed, 3) << "restoring is silent";
+    EXPECT_EQ(a.getModifier(), 9u) << "the modifier is not restored";
     EXPECT_TRUE(Setting::popAllSettings());
     EXPECT_EQ(a.getValue(), 2);
     EXPECT_TRUE(Setting::popAllSettings());
     EXPECT_EQ(a.getValue(), 1);
+    EXPECT_FALSE(a.popSetting()) << "every saved value was used up";
     EXPECT_FALSE(Setting::popAllSettings());
 }
 
