@@ -20,8 +20,6 @@ std::string bytes(const Utf8OStream& s) {
     return s.data() == nullptr ? std::string() : std::string(s.data(), std::size_t(s.length()));
 }
 
-std::string bytes(const QByteArray& a) { return std::string(a.constData(), std::size_t(a.size())); }
-
 // Random BMP text away from the surrogates, where standard UTF-8 and this encoding agree;
 // ASCII runs of every length exercise the eight-at-a-time path and its edges.
 QString randomBmpText(std::mt19937& rng, int length) {
@@ -72,18 +70,13 @@ TEST(Utf8OStream, TextEndsAtTheFirstZeroUnit) {
 // The buffer -------------------------------------------------------------------------------------
 
 TEST(Utf8OStream, GrowsByDoublingTheBytesWrittenAndKeepsThem) {
-    Utf8OStream empty;
-    empty << QString() << QString("");
-    EXPECT_EQ(empty.data(), nullptr);
-    EXPECT_TRUE(empty.good());
-
     std::mt19937 rng(5);
     Utf8OStream s;
     std::string expected;
     for (int i = 0; i < 400; ++i) {
         const QString piece = randomBmpText(rng, i % 37 + (i % 50 == 0 ? 3000 : 0));
         s << piece;
-        expected += bytes(piece.toUtf8());
+        expected += piece.toUtf8().toStdString();
         ASSERT_EQ(s.length(), int(expected.size()));
         int c = s.capacity();  // only whole doublings of the first block
         while (c > 64 && c % 2 == 0) c /= 2;
@@ -114,7 +107,7 @@ TEST(Utf8OStream, FillingTheBufferToItsLastByteWritesNothingPastIt) {
                 Utf8OStream s;
                 s << text;
                 ASSERT_EQ(s.capacity(), capacity);
-                EXPECT_EQ(bytes(s), bytes(text.toUtf8()));
+                EXPECT_EQ(bytes(s), text.toUtf8().toStdString());
             }
         }
     }

@@ -54,7 +54,9 @@ TEST(StatusApp, EveryWordFindsItsMessageOrTheNullString) {
     }
 }
 
-TEST(StatusFallback, UnknownSubsystemsGiveTheGenericTexts) {
+// An empty name becomes a generic one. The subsystem field is 14 bits: the two above it
+// belong to the severity, so a number above 0x3fff is never found.
+TEST(StatusFallback, UnknownSubsystemsAndEmptyNamesGiveTheGenericTexts) {
     EXPECT_EQ(StatusGetPrintable(0xC0ABCDEF), QStringLiteral("Could not decode error 0xc0abcdef"));
     EXPECT_EQ(StatusGetPrintable(0x00050001), QStringLiteral("Could not decode error 0x50001"))
         << "no padding";
@@ -64,6 +66,10 @@ TEST(StatusFallback, UnknownSubsystemsGiveTheGenericTexts) {
     for (unsigned s = 0; s < 4; ++s) {
         EXPECT_EQ(StatusGetSeverityString(makeStatusCode(s, 0x1234, 9)), QString::fromLatin1(severities[s]));
     }
+    NamedSubsys unnamed(7, QString()), high(0x4001, QString());
+    EXPECT_EQ(StatusGetSubsysName(0xC0070000), QStringLiteral("Unknown (7)"));
+    EXPECT_EQ(high.name, QStringLiteral("Unknown (16385)"));
+    EXPECT_EQ(StatusGetSubsysName(0xC0010000), QStringLiteral("Invalid"));
 }
 
 // Registration ----------------------------------------------------------------------------------
@@ -88,15 +94,6 @@ TEST(StatusRegistry, ASubsystemIsFoundFromConstructionUntilDestructionNewestFirs
         EXPECT_EQ(StatusGetPrintable(word), QStringLiteral("Could not decode error 0x812c000c"));
     }
     EXPECT_EQ(StatusGetErrorString(0xC0000006), QStringLiteral("File not found"));
-}
-
-// The subsystem field is 14 bits: the two above it belong to the severity.
-TEST(StatusRegistry, NamesDefaultToUnknownAndNumbersAboveFourteenBitsAreNeverFound) {
-    NamedSubsys unnamed(7, QString());
-    EXPECT_EQ(StatusGetSubsysName(makeStatusCode(kSeverityError, 7, 0)), QStringLiteral("Unknown (7)"));
-    NamedSubsys high(0x4001, QString());
-    EXPECT_EQ(high.name, QStringLiteral("Unknown (16385)"));
-    EXPECT_EQ(StatusGetSubsysName(0xC0010000), QStringLiteral("Invalid"));
 }
 
 TEST(StatusRegistry, SubsystemsComeAndGoSafelyOnManyThreads) {
