@@ -109,9 +109,9 @@ TEST_F(SettingTest, PopsUndoTheInnermostFrameSilently) {
     Setting::pushAllSettings();
     Setting::pushAllSettings();
     a.set(3);
-    t.set("inner");
     Setting::sCurrentModifier = 9;
     a.set(4);
+    t.set("inner");
     EXPECT_TRUE(Setting::popAllSettings());
     EXPECT_EQ(a.getValue(), 2);
     EXPECT_EQ(t.getValue(), "start");
