@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <cstring>
+#include <string>
 
 #include "base/testing/pools.h"
 
@@ -11,19 +10,6 @@ namespace mirel {
 namespace {
 
 using testing::managedPool;
-
-// The block header (the totals it feeds are followed through the allocation frame) -------
-
-TEST(HeapManager, BlocksCarryTheirHeaderAndKeepSixteenByteAlignment) {
-    HeapManager m(managedPool("header"));
-    for (unsigned long size : {1ul, 7ul, 16ul, 100ul, 4096ul}) {
-        void* p = m.allocAligned(size, 64);  // the alignment is ignored on purpose
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
-        EXPECT_EQ(static_cast<HeapManager**>(p)[-2], &m);
-        EXPECT_EQ(static_cast<unsigned long*>(p)[-1], size);
-        m.free(p);
-    }
-}
 
 // Pool lifetime ---------------------------------------------------------------------------
 

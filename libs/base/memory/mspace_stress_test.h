@@ -69,12 +69,10 @@ enum class Placement { Anywhere, Spaced, Ascending, Descending };
 
 // The hooks of one space: they map and unmap for real and keep the books.
 struct Recorder {
-    static constexpr std::uint64_t kTag = 0x7265636f72646572;
-    std::uint64_t tag = kTag;
     std::set<uintptr_t> held;           // pages held from the system, the base region aside
     std::map<uintptr_t, size_t> large;  // blocks mapped by themselves
     uintptr_t baseRegion = 0, lastBase = 0, lastEnd = 0, reserve = 0, reserveEnd = 0;
-    size_t baseRegionSize = 0, granularity = 65536, unmappedBytes = 0;
+    size_t baseRegionSize = 0, granularity = 65536;
     double failRate = 0;
     Placement placement = Placement::Anywhere;
     std::uint64_t segmentCalls = 0, largeCalls = 0, unmapCalls = 0, breakCalls = 0, injected = 0;
@@ -87,7 +85,13 @@ struct Recorder {
     ~Recorder() {
         if (reserve < reserveEnd) munmap(reinterpret_cast<void*>(reserve), reserveEnd - reserve);
     }
-    mspace_hooks hooks() { return {this, largeHook, segmentHook, unmapHook, breakHook}; }
+    // Takes over all the hooks of `m`. The first mapping of a space that made its own counts
+    // as held; one in a caller's region (baseRegion) does not.
+    bool attach(mspace m) {
+        if (m != nullptr && baseRegionSize == 0) noteSegment(pageOf(m), mspace_footprint(m));
+        mspace_hooks h{this, largeHook, segmentHook, unmapHook, breakHook};
+        return m != nullptr && mspace_set_hooks(m, &h) == 1;
+    }
     size_t heldBytes() const { return held.size() * kPage; }
     bool holds(uintptr_t b, size_t n) const {
         for (uintptr_t p = b & ~(kPage - 1); p < b + n; p += kPage)
@@ -142,7 +146,7 @@ struct Recorder {
     // Counts the call and says whether it fails on purpose.
     static Recorder& from(void* context, std::uint64_t Recorder::*calls, bool* fails = nullptr) {
         auto* r = static_cast<Recorder*>(context);
-        if (r == nullptr || r->tag != kTag) std::abort();  // a hook got someone else's context
+        if (r == nullptr) std::abort();  // the space lost its context
         ++(r->*calls);
         if (fails != nullptr) {
             *fails = r->failRate > 0 &&
@@ -183,7 +187,6 @@ struct Recorder {
             r.large.erase(it);
         }
         for (size_t i = 0; i < size; i += kPage) r.held.erase(b + i);
-        r.unmappedBytes += size;
         return munmap(base, size);
     }
     static void* breakHook(int, void* context) {
@@ -216,7 +219,6 @@ private:
         unsigned char* p;
         size_t size;
         unsigned char fill;
-        bool large;
     };
     struct Space {
         std::string name;
@@ -253,8 +255,6 @@ private:
         r.rng.seed(opt_.seed * 31 + static_cast<unsigned>(k));
         if (k % 3 == 0) {
             s.msp = create_mspace(k == 0 ? 0 : 1 << 20, 0);
-            // The default hook made the first mapping, which the space's state opens.
-            if (s.msp != nullptr) r.noteSegment(pageOf(s.msp), mspace_footprint(s.msp));
         } else {
             r.baseRegionSize = k == 1 ? 256 * 1024 : 1 << 20;
             void* region = mapSystem(r.baseRegionSize);
@@ -266,8 +266,7 @@ private:
                                                         Recorder::segmentHook, Recorder::largeHook,
                                                         Recorder::breakHook, &r);
         }
-        mspace_hooks h = r.hooks();  // every space gets the full set, so unmapping is watched too
-        if (s.msp == nullptr || mspace_set_hooks(s.msp, &h) != 1) fail(s.name + "not made");
+        if (!r.attach(s.msp)) fail(s.name + "not made");  // the unmapping hook is watched too
     }
 
     void newPhase() {
@@ -305,8 +304,7 @@ private:
         if (!inBase && !s.rec.holds(b, extent)) return fail(what + ": a block not the space's");
         occupied_[b] = extent;
         auto fill = static_cast<unsigned char>(uniform(1, 255));
-        bool large = s.rec.largeAt(b) != s.rec.large.end();
-        s.blocks.push_back({static_cast<unsigned char*>(mem), size, fill, large});
+        s.blocks.push_back({static_cast<unsigned char*>(mem), size, fill});
         std::memset(mem, fill, size);
         s.liveBytes += size;
         return true;
@@ -402,6 +400,7 @@ private:
         }
     }
 
+    // The blocks come from one chunk of the space, never from a mapping of their own.
     void doIndependent(Space& s, bool zeroed) {
         const std::string what = zeroed ? "independent_calloc" : "independent_comalloc";
         size_t n = uniform(1, 12), each = uniform(0, 300);
@@ -413,12 +412,12 @@ private:
                             : mspace_independent_comalloc(s.msp, n, sizes.data(), array);
         if (got == nullptr) return void(nullAllowed(s, what));
         if (array != nullptr && got != array) return void(fail(what + " ignored the array given"));
+        if (s.rec.largeCalls != largeBefore_) return void(fail(what + " mapped a block by itself"));
         std::vector<void*> blocks(got, got + n);
         if (array == nullptr && !accept(s, got, n * sizeof(void*), 16, what + "'s array")) return;
         for (size_t i = 0; i < n; ++i) {
             if (zeroed && !filledWith(blocks[i], sizes[i], 0)) return void(fail(what + ": not 0"));
             if (!accept(s, blocks[i], sizes[i], 16, what)) return;
-            if (s.blocks.back().large) return void(fail(what + " mapped a block by itself"));
         }
     }
 
@@ -427,8 +426,8 @@ private:
     bool checkSpace(Space& s) {
         mspace_check_report rep{};
         if (mspace_check(s.msp, &rep) != 0) return fail(s.name + rep.problem);
-        size_t large = 0, largeBytes = 0;
-        for (auto& b : s.blocks) large += b.large;
+        // Each block mapped by itself is one live mapping of the hooks.
+        size_t large = s.rec.large.size(), largeBytes = 0;
         for (auto& l : s.rec.large) largeBytes += l.second;
         if (rep.in_use_chunks != s.blocks.size() - large || rep.mapped_chunks != large)
             return fail(s.name + "the checker's block counts differ from the model's");
@@ -449,8 +448,8 @@ private:
             if (take(s, s.blocks.size() - 1, b, "teardown")) mspace_free(s.msp, b.p);
         if (!res_.ok || !checkSpace(s)) return;
         Recorder& r = s.rec;
-        size_t unmapped = r.unmappedBytes;
-        if (destroy_mspace(s.msp) != r.unmappedBytes - unmapped || !r.held.empty())
+        size_t held = r.heldBytes();  // nothing is mapped by itself any more
+        if (destroy_mspace(s.msp) != held || !r.held.empty())
             fail(s.name + "destroy_mspace did not unmap everything, or miscounted");
         if (r.breakCalls != 0 || !r.error.empty())
             fail(s.name + (r.error.empty() ? "the break hook was called" : r.error));

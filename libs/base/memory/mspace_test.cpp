@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -62,13 +63,10 @@ struct Hooked {
         rec.placement = placement;
         rec.baseRegion = reinterpret_cast<std::uintptr_t>(region);
         rec.baseRegionSize = size;
-        m = region != nullptr                       ? create_mspace_with_base(region, size, 0)
+        m = region != nullptr                    ? create_mspace_with_base(region, size, 0)
             : placement == Placement::Descending ? withRoomBelow()
                                                  : create_mspace(0, 0);
-        if (region == nullptr)  // the state opens the first mapping, made by the default hook
-            rec.noteSegment(pageOf(m), mspace_footprint(m));
-        mspace_hooks h = rec.hooks();
-        EXPECT_EQ(mspace_set_hooks(m, &h), 1);
+        EXPECT_TRUE(rec.attach(m));
     }
     ~Hooked() {
         destroy_mspace(m);
@@ -96,22 +94,16 @@ TEST_F(Mspace, CreationMapsWholeUnitsUsesOnlyTheRegionGivenAndRefusesBadArgument
     mspace m = create_mspace(0, 0);
     EXPECT_EQ(mspace_footprint(m), kGranularity);  // one unit when the capacity is 0
     EXPECT_EQ(destroy_mspace(m), kGranularity);
-    m = create_mspace(200000, 0);
+    m = create_mspace(4 * kGranularity, 0);
     unsigned long footprint = mspace_footprint(m);
     EXPECT_EQ(footprint % kGranularity, 0u);
-    EXPECT_NE(mspace_malloc(m, 190000), nullptr);
+    EXPECT_NE(mspace_malloc(m, 4 * kGranularity - 256), nullptr);
     EXPECT_EQ(mspace_footprint(m), footprint);  // the capacity asked for is there without growing
-    testing::internal::CaptureStderr();
-    mspace_malloc_stats(m);
-    char stats[200];
-    std::snprintf(stats, sizeof stats,
-                  "max system bytes = %10lu\nsystem bytes     = %10lu\nin use bytes     = %10lu\n",
-                  mspace_max_footprint(m), footprint, mspace_mallinfo(m).uordblks);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), stats);
+    // Just short of a whole number of units, a request still fits the segment mapped for it.
+    EXPECT_NE(mspace_malloc(m, 2 * kGranularity - 56), nullptr);
     destroy_mspace(m);
 
     alignas(16) static char region[8192];
-    EXPECT_EQ(create_mspace(kHuge, 0), nullptr);
     EXPECT_EQ(create_mspace(kHuge - kGranularity, 0), nullptr);
     EXPECT_EQ(create_mspace_with_base(nullptr, sizeof region, 0), nullptr);
     EXPECT_EQ(create_mspace_with_base(region, 64, 0), nullptr);  // no room for the state
@@ -162,33 +154,17 @@ TEST_F(Mspace, CaCreationStoresHooksAndContextButKeepsDefaultUnmapping) {
 
 // Blocks ------------------------------------------------------------------------------------
 
-TEST_F(Mspace, ReallocResizesInPlaceWhenItCanAndCopiesWhenItMoves) {
+// Resizing in place must leave every neighbour a sound chunk. Size 0 keeps a minimum-size
+// block and gives the rest back.
+TEST_F(Mspace, ReallocInPlaceLeavesTheChunksAroundItSound) {
     mspace m = create_mspace(0, 0);
     mspace_free(m, nullptr);
     EXPECT_NE(mspace_realloc(m, nullptr, 0), nullptr);  // allocates
-    auto* a = static_cast<char*>(mspace_malloc(m, 400));
-    void* b = mspace_malloc(m, 400);
-    void* guard = mspace_malloc(m, 16);
-    std::memset(a, 'a', 400);
-    mspace_free(m, b);
-    EXPECT_EQ(mspace_realloc(m, a, 700), a);  // into the free neighbour
-    EXPECT_EQ(mspace_realloc(m, a, 40), a);   // shrinking never moves
-    auto* c = static_cast<char*>(mspace_realloc(m, a, 100000));
-    ASSERT_NE(c, nullptr);
-    EXPECT_EQ(bytes(c, 40), std::string(40, 'a'));
-    EXPECT_EQ(sound(m).in_use_chunks, 3u);
-    // Size 0 keeps a minimum-size block and gives the rest back; the block is freed later.
+    void* c = mspace_malloc(m, 10000);
     const unsigned long inUse = mspace_mallinfo(m).uordblks;
     EXPECT_EQ(mspace_realloc(m, c, 0), c);
-    EXPECT_EQ(sound(m).in_use_chunks, 3u);
-    EXPECT_EQ(inUse - mspace_mallinfo(m).uordblks, 100016u - 32u);
-    mspace_free(m, c);
-    EXPECT_EQ(sound(m).in_use_chunks, 2u);
-    mspace_free(m, guard);
-    destroy_mspace(m);
-
+    EXPECT_EQ(inUse - mspace_mallinfo(m).uordblks, 10016u - 32u);
     // Growing into the top must leave it a whole chunk: 16 bytes short of that, it moves.
-    m = create_mspace(0, 0);
     void* p = mspace_malloc(m, 100);  // a 112-byte chunk right before the top
     EXPECT_NE(mspace_realloc(m, p, 112 + mspace_mallinfo(m).keepcost - 24), p);
     sound(m);
@@ -212,6 +188,28 @@ TEST_F(Mspace, ReallocResizesInPlaceWhenItCanAndCopiesWhenItMoves) {
     }
 }
 
+// Every alignment is rounded up to a power of two, and the piece cut off in front of an
+// aligned block must stand as a chunk of its own. Blocks made together are zeroed even
+// where earlier blocks left their bytes.
+TEST_F(Mspace, AlignedAndIndependentBlocksFromUsedMemory) {
+    mspace m = create_mspace(0, 0);
+    for (unsigned long alignment : {32ul, 48ul, 256ul, 5000ul}) {
+        for (unsigned long shift = 0; shift < 100; shift += 16) {
+            mspace_malloc(m, shift);  // moves where the next block starts
+            auto p = reinterpret_cast<std::uintptr_t>(mspace_memalign(m, alignment, 100));
+            EXPECT_EQ(p % std::bit_ceil(alignment), 0u) << alignment;
+        }
+    }
+    sound(m);
+    void* dirty = mspace_malloc(m, 1000);
+    std::memset(dirty, 'd', 1000);
+    mspace_free(m, dirty);
+    void* blocks[4];
+    ASSERT_EQ(mspace_independent_calloc(m, 4, 100, blocks), blocks);
+    for (void* b : blocks) EXPECT_EQ(bytes(b, 100), std::string(100, '\0'));
+    destroy_mspace(m);
+}
+
 TEST_F(Mspace, UnservableRequestsReturnNullAndLeaveTheSpaceSound) {
     mspace m = create_mspace(0, 0);
     auto* keep = static_cast<char*>(mspace_malloc(m, 100));
@@ -220,11 +218,10 @@ TEST_F(Mspace, UnservableRequestsReturnNullAndLeaveTheSpaceSound) {
     void* given[2];
     unsigned long sums[] = {kHuge / 2, kHuge / 2, 64}, big[] = {1ul << 61, 1ul << 61, 1ul << 61};
     const void* results[] = {
-        mspace_malloc(m, kHuge), mspace_malloc(m, kHuge - 15), mspace_malloc(m, 1ul << 62),
-        mspace_malloc(m, 1ul << 50),  // passes the size checks, cannot be mapped
-        mspace_calloc(m, kHuge / 2 + 1, 2), mspace_calloc(m, 1ul << 32, 1ul << 32),  // 2^64
-        mspace_memalign(m, 4096, kHuge - 100), mspace_memalign(m, 1ul << 63, 16),
-        mspace_memalign(m, (1ul << 63) + 1, 16),  // cannot round up
+        mspace_malloc(m, kHuge - 15),
+        mspace_malloc(m, 1ul << 62),  // passes the size checks, cannot be mapped
+        mspace_calloc(m, 1ul << 32, 1ul << 32),  // 2^64 wraps to 0
+        mspace_memalign(m, 4096, kHuge - 100), mspace_memalign(m, (1ul << 63) + 1, 16),
         mspace_independent_calloc(m, kHuge / 8, 1, nullptr),  // the array overflows
         mspace_independent_calloc(m, 1ul << 40, 1ul << 30, nullptr),
         mspace_independent_calloc(m, (1ul << 60) + 1, 40, given),  // 48-byte chunks: wraps to 48
@@ -257,19 +254,23 @@ TEST_F(Mspace, MalloptRefusesUnknownNumbersAndBadGranularities) {
     EXPECT_EQ(mspace_mallopt(kMspaceGranularity, static_cast<int>(kPage)), 1);
 }
 
+// The statistics at the end count the block still mapped and the highest footprint, which
+// the one unmapped here is no longer part of.
 TEST_F(Mspace, ReallocKeepsAMappedBlockOnlyWhenItsMappingFits) {
     Hooked h;
     mspace m = h.m;
     ASSERT_EQ(mspace_mallopt(kMspaceMmapThreshold, 65536), 1);
-    auto* p = static_cast<char*>(mspace_malloc(m, 100000));
+    const unsigned long n = 25 * kPage - 8;  // with its header, exactly whole pages
+    auto* p = static_cast<char*>(mspace_malloc(m, n));
     auto mapping = h.rec.largeAt(reinterpret_cast<std::uintptr_t>(p));
     ASSERT_NE(mapping, h.rec.large.end());
+    EXPECT_TRUE(h.rec.holds(reinterpret_cast<std::uintptr_t>(p), n));
     unsigned long len = mapping->second;
-    std::memset(p, 'p', 100000);
+    std::memset(p, 'p', n);
     EXPECT_EQ(mspace_realloc(m, p, len - 64), p);  // grows into the mapping's slack
     auto* q = static_cast<char*>(mspace_realloc(m, p, len + 1));  // no remapping
     ASSERT_NE(q, p);
-    EXPECT_EQ(bytes(q, 100000), std::string(100000, 'p'));
+    EXPECT_EQ(bytes(q, n), std::string(n, 'p'));
     auto* small = static_cast<char*>(mspace_realloc(m, q, 200));  // small: leaves the mapping
     ASSERT_NE(small, q);
     EXPECT_EQ(bytes(small, 200), std::string(200, 'p'));
@@ -280,6 +281,14 @@ TEST_F(Mspace, ReallocKeepsAMappedBlockOnlyWhenItsMappingFits) {
     mspace_check_report rep = sound(m);
     EXPECT_EQ(rep.mapped_chunks, 1u);
     EXPECT_EQ(rep.in_use_chunks, 1u);
+    testing::internal::CaptureStderr();
+    mspace_malloc_stats(m);
+    char stats[200];
+    std::snprintf(stats, sizeof stats,
+                  "max system bytes = %10lu\nsystem bytes     = %10lu\nin use bytes     = %10lu\n",
+                  mspace_max_footprint(m), mspace_footprint(m), mspace_mallinfo(m).uordblks);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), stats);
+    EXPECT_GT(mspace_max_footprint(m), mspace_footprint(m));
     mspace_free(m, small);
     mspace_free(m, s);
 }

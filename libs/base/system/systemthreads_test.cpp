@@ -46,26 +46,7 @@ TEST(SystemThreads, SpawnedThreadsRunTheirBodyAsThemselvesAndJoin) {
     EXPECT_EQ(System::join(System::getCurrentThread()), EDEADLK);
 }
 
-// Thread-local storage and the main-thread mark ----------------------------------------------
-
-TEST(SystemThreads, ThreadStorageIsPerThread) {
-    unsigned long key = System::createThreadKey();
-    int mine = 1, theirs = 2;
-    ASSERT_EQ(System::setThreadStorage(key, &mine), 0);
-    void* seenThere = &mine;
-    std::thread([&] {
-        seenThere = System::getThreadStorage(key);
-        System::setThreadStorage(key, &theirs);
-    }).join();
-    EXPECT_EQ(seenThere, nullptr) << "a new thread starts with no value";
-    EXPECT_EQ(System::getThreadStorage(key), &mine);
-}
-
-// Runs in a fresh process so that no earlier test has marked a thread.
-TEST(SystemThreadsDeathTest, NoThreadIsMainBeforeAnyMark) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(std::exit(System::isMainThread() ? 1 : 0), ::testing::ExitedWithCode(0), "");
-}
+// The main-thread mark ------------------------------------------------------------
 
 TEST(SystemThreads, OnlyTheThreadMarkedWithTheMainValueIsMain) {
     ASSERT_EQ(System::setMainThreadId(System::kMainThreadMark), 0);

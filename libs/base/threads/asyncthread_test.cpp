@@ -38,40 +38,28 @@ bool eventually(const std::function<bool()>& done, int ms = 5000) {
 
 long liveCountOf(AsyncThread& group) { return __atomic_load_n(&group.liveCount, __ATOMIC_ACQUIRE); }
 
-// Each worker numbers its own rounds. Entering round k, it must find every call of rounds
-// 1..k-1 finished, by all workers: otherwise some worker ran ahead of a slower one.
-class LockStepHandler : public AsyncThreadHandler {
-public:
-    explicit LockStepHandler(long workers) : mWorkers(workers) {}
-    void handleAsync() override {
-        thread_local long round = 0;
-        const long k = ++round;
-        if (finished.load() < (k - 1) * mWorkers) overlaps.fetch_add(1);
-        // Let the others run into this round, so an early leaver has something to overtake.
-        std::this_thread::yield();
-        finished.fetch_add(1);
-    }
-    std::atomic<long> finished{0}, overlaps{0};
-
-private:
-    long mWorkers;
-};
-
 TEST(AsyncThread, NoWorkerStartsARoundBeforeAllFinishedThePrevious) {
     constexpr long kWorkers = 4, kRounds = 600;
-    LockStepHandler handler(kWorkers);
+    CountingHandler handler;
+    std::atomic<long> overlaps{0};
+    // Each worker numbers its own rounds: entering round k, it must find every call of rounds
+    // 1..k-1 finished, by all workers, or some worker ran ahead of a slower one.
+    handler.body = [&] {
+        thread_local long round = 0;
+        if (handler.calls.load() < round++ * kWorkers) overlaps.fetch_add(1);
+        std::this_thread::yield();  // lets the others into this round, for an early leaver to overtake
+    };
     AsyncThread group(&handler, kWorkers);
     group.idleWaitTries = 0;  // back-to-back rounds: the hardest case for the round barrier
     ASSERT_EQ(group.startThreads(), 0u);
-    ASSERT_TRUE(eventually([&] { return handler.finished.load() >= kWorkers * kRounds; }, 60000));
+    ASSERT_TRUE(eventually([&] { return handler.calls >= kWorkers * kRounds; }, 60000));
     EXPECT_EQ(group.exitThreads(), 0);
-    EXPECT_EQ(handler.overlaps, 0) << "rounds overlapped";
+    EXPECT_EQ(overlaps, 0) << "rounds overlapped";
     EXPECT_EQ(liveCountOf(group), 0);
 }
 
-// Idle workers here wait for ready() without limit: the first round must not depend on the
-// idle wait, signals given before the start must leave no trace, and exitThreads() must wake
-// the workers to leave.
+// Idle workers here wait for ready() without limit: the first round must not depend on it,
+// signals before the start leave no trace, and exitThreads() must wake the workers to leave.
 TEST(AsyncThread, StartRunsOneRoundAtOnceAndExitWakesIdleWorkers) {
     CountingHandler handler;
     AsyncThread group(&handler, 3);

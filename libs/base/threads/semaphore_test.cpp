@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
 
 #include "base/system/system.h"
@@ -12,18 +11,6 @@ namespace mirel {
 namespace {
 
 using testing::Stopwatch;
-
-TEST(Semaphore, TrywaitTakesExactlyTheUnitsThatWerePosted) {
-    Semaphore s(0);
-    EXPECT_EQ(s.trywait(), -1) << "an empty semaphore gave a unit";
-    EXPECT_EQ(s.post(), 0);
-    EXPECT_EQ(s.trywait(), 0);
-    EXPECT_EQ(s.trywait(), -1) << "one post gave two units";
-
-    Semaphore three(3);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(three.trywait(), 0) << "initial unit " << i;
-    EXPECT_EQ(three.trywait(), -1) << "more units than the initial count";
-}
 
 TEST(Semaphore, CountOutsideThePlatformRangeIsRefusedNotUndefined) {
     Semaphore negative(-1);
@@ -61,25 +48,6 @@ TEST(Semaphore, PollingMakesExactlyTheTriesAskedFor) {
         poster.join();
         EXPECT_EQ(s.trywait(), -1) << "the polled unit was not taken, tries " << tries;
     }
-}
-
-// Threads 0 and 1 post; 2 waits with wait() and 3 with negative tries.
-TEST(Semaphore, EveryPostIsTakenOnceByExactlyOneWaiter) {
-    Semaphore s(0);
-    constexpr int kPerThread = 5000;
-    std::atomic<long> taken{0};
-    testing::runTogether(4, [&](int index) {
-        for (int i = 0; i < kPerThread; ++i) {
-            if (index < 2) {
-                ASSERT_EQ(s.post(), 0);
-            } else {
-                ASSERT_EQ(index == 2 ? s.wait() : s.trywait(-5), 0);
-                ++taken;
-            }
-        }
-    });
-    EXPECT_EQ(taken, 2 * kPerThread);
-    EXPECT_EQ(s.trywait(), -1) << "units left over";
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "base/testing/tempenv.h"
+#include "base/version/versioninfoimpl_p.h"
 
 namespace mirel {
 namespace {
@@ -64,6 +65,22 @@ TEST_F(VersionInfoTest, TheConfiguredEditionSwitchesOnlyWithinItsGroup) {
     }
 }
 
+// Through VersionInfo only the configured edition's group shows; here the table that every
+// edition builds is checked row by row.
+TEST_F(VersionInfoTest, EveryEditionBuildsTheWholeTable) {
+    for (const Row& edition : kTable) {
+        VersionInfoImpl identity(edition.type);
+        for (int type : {0, 1, 2, 3, 4, 5, 9, 255}) {
+            const VersionInfoImpl::AppInfo& got = identity.lookup(type);
+            const Row& want = row(type);
+            EXPECT_EQ(QStringList({got.displayName, got.settingsName, got.appID}),
+                      QStringList({want.name, want.settingsName, want.id}))
+                << "edition " << edition.type << ", type " << type;
+            EXPECT_EQ(got.group, want.group) << "edition " << edition.type << ", type " << type;
+        }
+    }
+}
+
 TEST_F(VersionInfoTest, FixedFactsAndShutdownForgetsSwitchesAndFlags) {
     EXPECT_EQ(VersionInfo::getAppCompanyW(), L"Vantor");
     EXPECT_EQ(VersionInfo::getAppVersionW(), L"4.0.1563");
@@ -95,13 +112,14 @@ TEST_F(VersionInfoTest, UserSettingsAreFilesBelowTheConfigHomeAndGlobalOnesAreNo
     }
     EXPECT_EQ(QSettings(appFile, QSettings::IniFormat).value("window/width").toInt(), 1280);
     EXPECT_TRUE(QSettings(commonFile, QSettings::IniFormat).value("shared").toBool());
-    VersionInfo::setAppType(VersionInfo::kAppControl);
-    EXPECT_EQ(std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())->fileName(), appFile);
+    for (int to : {0, 1, 2, 3, 4, 5, 255}) {
+        VersionInfo::setAppType(static_cast<VersionInfo::AppType>(to));
+        EXPECT_EQ(std::unique_ptr<QSettings>(VersionInfo::createUserAppSettings())->fileName(), appFile) << to;
+    }
 
     std::unique_ptr<QSettings> app(VersionInfo::createGlobalAppSettings());
     std::unique_ptr<QSettings> common(VersionInfo::createGlobalCommonSettings());
     EXPECT_EQ(app->scope(), QSettings::SystemScope);
-    EXPECT_EQ(common->scope(), QSettings::SystemScope);
     EXPECT_EQ(app->applicationName(), row(MIREL_EDITION).settingsName);
     EXPECT_TRUE(common->fileName().endsWith("/Vantor/VMCommonSettings.conf")) << qPrintable(common->fileName());
     EXPECT_FALSE(common->fileName().startsWith(gHome));
