@@ -70,17 +70,18 @@ void showAndCheck(const QString& name, const QString& link,
         auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
         if (dialog == nullptr || dialog->windowHandle() == nullptr || !dialog->windowHandle()->isExposed()) return;
         poll.stop();
-        // The window may be resized and repainted after it is first exposed: read it back
-        // until two grabs agree, so the picture is what a person would be left looking at.
+        // The window may be resized and repainted after it is first exposed, and on a busy
+        // machine two grabs can agree on a frame not yet painted: read the screen back until
+        // it shows what the window draws itself, so the picture is what a person would see.
         QElapsedTimer settle;
         settle.start();
-        QImage last, now;
+        QImage now, drawn;
         do {
-            last = now;
             const qint64 until = settle.elapsed() + 100;
             while (settle.elapsed() < until) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            drawn = dialog->grab().toImage().convertToFormat(QImage::Format_RGB32);
             now = dialog->screen()->grabWindow(dialog->winId()).toImage().convertToFormat(QImage::Format_RGB32);
-        } while ((now != last || settle.elapsed() < 300) && settle.elapsed() <= 5000);
+        } while (now != drawn && settle.elapsed() <= 5000);
         now.save(shotPath(name), "PNG");
         check(*dialog, now);
         checked = true;
