@@ -12,110 +12,42 @@
 #include <QImage>
 #include <QLabel>
 #include <QProcess>
-#include <QProcessEnvironment>
 #include <QPushButton>
 #include <QScreen>
 #include <QTimer>
 #include <QWindow>
 
-#include <cstdlib>
+#include <functional>
 
 #include "base/memory/memorywindow.h"
+#include "base/testing/qtapplication.h"
 #include "base/testing/tempenv.h"
 
 namespace mirel {
 namespace {
 
-const QByteArray gDisplay = qgetenv("MIREL_GUI_DISPLAY");
-
 // The settings store away from the user's, set before the first QSettings of the process.
 const QString gConfigHome = testing::temporaryHome();
 
-class XApplicationEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        if (gDisplay.isEmpty()) return;
-        setenv("DISPLAY", gDisplay.constData(), 1);
-        setenv("QT_QPA_PLATFORM", "xcb", 1);
-        static int argc = 1;
-        static char name[] = "screenshot_test";
-        static char* argv[] = {name, nullptr};
-        mApp = new QApplication(argc, argv);
-        QDir().mkpath(MIREL_SCREENSHOT_DIR);
-    }
-    void TearDown() override { delete mApp; }
+// The display is this process's, and the demo's it starts, before the application is made.
+const QByteArray gDisplay = [] {
+    const QByteArray display = qgetenv("MIREL_GUI_DISPLAY");
+    if (!display.isEmpty()) qputenv("DISPLAY", display);
+    qputenv("QT_QPA_PLATFORM", display.isEmpty() ? "offscreen" : "xcb");
+    return display;
+}();
 
-private:
-    QApplication* mApp = nullptr;
-};
-
-const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new XApplicationEnvironment);
+const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(
+    new testing::QtApplicationEnvironment([] { QDir().mkpath(MIREL_SCREENSHOT_DIR); }));
 
 constexpr const char* kNoDisplay = "no X display: scripts/test.sh starts Xvfb when installed";
 
 QString shotPath(const QString& name) { return QString(MIREL_SCREENSHOT_DIR) + "/" + name + ".png"; }
 
-// What one showing looked like: the window's pixels as the X server has them, and where
-// the children sit inside it.
-struct Shot {
-    bool taken = false;
-    QImage image;
-    QRect text, link, box, button;
-    bool linkVisible = false;
-};
-
-// Shows one message through the library, grabs it from the screen once it is exposed and
-// painted, then presses its button. A watchdog closes it after 15 s.
-Shot showAndGrab(const QString& name, const QString& link) {
-    Shot shot;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, [&] {
-        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
-        if (dialog == nullptr || shot.taken || dialog->windowHandle() == nullptr ||
-            !dialog->windowHandle()->isExposed()) {
-            return;
-        }
-        poll.stop();
-        // The window may be resized and repainted after it is first exposed: read it back
-        // until two grabs agree, so the picture is what a person would be left looking at.
-        QElapsedTimer settle;
-        settle.start();
-        QImage last;
-        for (;;) {
-            QElapsedTimer pause;
-            pause.start();
-            while (pause.elapsed() < 100) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-            const QImage now =
-                dialog->screen()->grabWindow(dialog->winId()).toImage().convertToFormat(QImage::Format_RGB32);
-            if ((now == last && settle.elapsed() >= 300) || settle.elapsed() > 5000) {
-                shot.image = now;
-                break;
-            }
-            last = now;
-        }
-        shot.image.save(shotPath(name), "PNG");
-        auto rectOf = [dialog](QWidget* w) { return QRect(w->mapTo(dialog, QPoint(0, 0)), w->size()); };
-        shot.text = rectOf(dialog->findChild<QLabel*>("memoryDialogTextBox"));
-        auto* linkButton = dialog->findChild<QPushButton*>("updateURLButton");
-        shot.link = rectOf(linkButton);
-        shot.linkVisible = linkButton->isVisible();
-        shot.box = rectOf(dialog->findChild<QCheckBox*>("checkBox4"));
-        auto* button = dialog->findChild<QPushButton*>("button0Text");
-        shot.button = rectOf(button);
-        shot.taken = true;
-        button->click();
-    });
-    poll.start(20);
-    QTimer::singleShot(15000, [] {
-        if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) dialog->reject();
-    });
-    const int result = MemoryWindow::ShowMemoryMessage(
-        nullptr, name, false, "Low memory",
-        "The globe is running short of memory. Close other applications or lower the terrain "
-        "detail.",
-        "OK", link);
-    EXPECT_EQ(result, 0) << "the window was not pressed (watchdog?)";
-    return shot;
+// Where a child of the window sits inside it.
+QRect rectOf(QDialog& dialog, const char* name) {
+    auto* child = dialog.findChild<QWidget*>(name);
+    return QRect(child->mapTo(&dialog, QPoint(0, 0)), child->size());
 }
 
 int countPixels(const QImage& image, const QRect& area, QRgb colour) {
@@ -127,46 +59,75 @@ int countPixels(const QImage& image, const QRect& area, QRgb colour) {
     return n;
 }
 
-TEST(Screenshot, LowMemoryWindowWithALink) {
-    if (gDisplay.isEmpty()) GTEST_SKIP() << kNoDisplay;
-    const Shot s = showAndGrab("memorywindow_link", "https://support.vantor.com/update");
-    ASSERT_TRUE(s.taken) << "the window never came up exposed";
-    ASSERT_FALSE(s.image.isNull());
-    EXPECT_TRUE(s.linkVisible);
-    // The message on top, the link under it, then one row of box and button.
-    EXPECT_LE(s.text.bottom(), s.link.top());
-    EXPECT_LE(s.link.bottom(), s.box.top());
-    EXPECT_LE(s.link.bottom(), s.button.top());
-    EXPECT_LT(s.box.right(), s.button.left());
-    EXPECT_TRUE(s.box.top() <= s.button.bottom() && s.button.top() <= s.box.bottom())
-        << "box and button share a row";
-    // The message's ground: its margin is never drawn over by text.
-    EXPECT_EQ(QColor(s.image.pixel(s.text.left() + 2, s.text.top() + 2)), QColor(236, 233, 216));
-    EXPECT_GT(countPixels(s.image, s.text, qRgb(236, 233, 216)), s.text.width() * s.text.height() / 2);
-    // The link's ink: the underline alone is a solid run of it.
-    EXPECT_GT(countPixels(s.image, s.link, qRgb(0, 0, 204)), s.link.width() / 4);
-    EXPECT_EQ(countPixels(s.image, s.button, qRgb(0, 0, 204)), 0) << "only the link is link-blue";
+// Shows one message through the library and, once the window is exposed and painted, grabs
+// it from the screen, saves it as `name` and hands it to `check`; then presses the button.
+// A watchdog closes the window after 10 s.
+void showAndCheck(const QString& name, const QString& link,
+                  const std::function<void(QDialog&, const QImage&)>& check) {
+    bool checked = false;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (dialog == nullptr || dialog->windowHandle() == nullptr || !dialog->windowHandle()->isExposed()) return;
+        poll.stop();
+        // The window may be resized and repainted after it is first exposed, and on a busy
+        // machine two grabs can agree on a frame not yet painted: read the screen back until
+        // it shows what the window draws itself, so the picture is what a person would see.
+        QElapsedTimer settle;
+        settle.start();
+        QImage now, drawn;
+        do {
+            const qint64 until = settle.elapsed() + 100;
+            while (settle.elapsed() < until) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            drawn = dialog->grab().toImage().convertToFormat(QImage::Format_RGB32);
+            now = dialog->screen()->grabWindow(dialog->winId()).toImage().convertToFormat(QImage::Format_RGB32);
+        } while (now != drawn && settle.elapsed() <= 5000);
+        now.save(shotPath(name), "PNG");
+        check(*dialog, now);
+        checked = true;
+        dialog->findChild<QPushButton*>("button0Text")->click();
+    });
+    poll.start(20);
+    QTimer::singleShot(10000, [] {
+        if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) dialog->reject();
+    });
+    const int result = MemoryWindow::ShowMemoryMessage(
+        nullptr, name, false, "Low memory",
+        "The globe is running short of memory. Close other applications or lower the terrain "
+        "detail.",
+        "OK", link);
+    EXPECT_EQ(result, 0) << "the window was not pressed (watchdog?)";
+    EXPECT_TRUE(checked) << "the window never came up exposed";
 }
 
-TEST(Screenshot, LowMemoryWindowWithoutALink) {
+TEST(Screenshot, LowMemoryWindowWithAndWithoutALink) {
     if (gDisplay.isEmpty()) GTEST_SKIP() << kNoDisplay;
-    const Shot s = showAndGrab("memorywindow_plain", "");
-    ASSERT_TRUE(s.taken);
-    EXPECT_FALSE(s.linkVisible);
-    EXPECT_LE(s.text.bottom(), s.box.top());
-    EXPECT_EQ(countPixels(s.image, s.image.rect(), qRgb(0, 0, 204)), 0) << "no link, no link ink";
-    EXPECT_EQ(QColor(s.image.pixel(s.text.left() + 2, s.text.bottom() - 2)), QColor(236, 233, 216));
+    showAndCheck("memorywindow_link", "https://support.vantor.com/update", [](QDialog& d, const QImage& image) {
+        const QRect text = rectOf(d, "memoryDialogTextBox"), link = rectOf(d, "updateURLButton");
+        const QRect box = rectOf(d, "checkBox4"), button = rectOf(d, "button0Text");
+        // The message on top, the link under it, then one row of box and button.
+        EXPECT_LE(text.bottom(), link.top());
+        EXPECT_LE(link.bottom(), box.top());
+        EXPECT_LT(box.right(), button.left());
+        EXPECT_TRUE(box.top() <= button.bottom() && button.top() <= box.bottom()) << "box and button share a row";
+        // The message's ground: its margin is never drawn over by text.
+        EXPECT_EQ(QColor(image.pixel(text.left() + 2, text.top() + 2)), QColor(236, 233, 216));
+        EXPECT_GT(countPixels(image, text, qRgb(236, 233, 216)), text.width() * text.height() / 2);
+        // The link's ink: the underline alone is a solid run of it.
+        EXPECT_GT(countPixels(image, link, qRgb(0, 0, 204)), link.width() / 4);
+        EXPECT_EQ(countPixels(image, button, qRgb(0, 0, 204)), 0) << "only the link is link-blue";
+    });
+    showAndCheck("memorywindow_plain", "", [](QDialog& d, const QImage& image) {
+        EXPECT_FALSE(d.findChild<QWidget*>("updateURLButton")->isVisible());
+        EXPECT_EQ(countPixels(image, image.rect(), qRgb(0, 0, 204)), 0) << "no link, no link ink";
+    });
 }
 
 TEST(Screenshot, Demo) {
     if (gDisplay.isEmpty()) GTEST_SKIP() << kNoDisplay;
     const QString path = shotPath("mirel-demo");
     QFile::remove(path);
-    QProcess demo;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("DISPLAY", QString::fromLatin1(gDisplay));
-    env.insert("QT_QPA_PLATFORM", "xcb");
-    demo.setProcessEnvironment(env);
+    QProcess demo;  // inherits the display
     demo.start(MIREL_DEMO_PATH, {"--quit-after", "1500", "--screenshot", path});
     ASSERT_TRUE(demo.waitForFinished(30000));
     EXPECT_EQ(demo.exitCode(), 0) << demo.readAllStandardError().constData();

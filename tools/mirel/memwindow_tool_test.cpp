@@ -19,21 +19,12 @@ TEST_F(MemwindowTool, ATickedMessageIsSilencedInTheNextRunUntilReset) {
     EXPECT_EQ(r.out, "0  the button was pressed\n");
 
     // Another process: silenced, so nothing is shown and no display is needed.
-    r = mirel({"memwindow", "--id", "lowmem.tiles", "--text", "Short of memory", "--json"});
-    ASSERT_EQ(r.status, 0) << r.err.toStdString();
-    const QJsonObject o = r.json();
-    EXPECT_EQ(o["result"].toInt(), -2);
-    EXPECT_EQ(o["id"].toString(), "lowmem.tiles");
+    const QJsonObject o = mirel.json({"memwindow", "--id", "lowmem.tiles", "--text", "Short of memory", "--json"});
+    EXPECT_TRUE(hasFields(o, {{"result", -2}, {"id", "lowmem.tiles"}}));
+    EXPECT_EQ(mirel.json({"memwindow", "--list", "--json"})["silenced"].toArray(), QJsonArray{"lowmem.tiles"});
 
-    r = mirel({"memwindow", "--list", "--json"});
-    EXPECT_EQ(r.json()["silenced"].toArray(), QJsonArray{"lowmem.tiles"});
-
-    r = mirel({"memwindow", "--reset"});
-    EXPECT_EQ(r.status, 0);
-    r = mirel({"memwindow", "--list"});
-    EXPECT_EQ(r.out, "No message is silenced.\n");
-    r = mirel({"memwindow", "--id", "lowmem.tiles", "--text", "Short of memory", "--auto-close", "50"});
-    EXPECT_EQ(r.out, "0  the button was pressed\n");
+    EXPECT_EQ(mirel({"memwindow", "--reset"}).status, 0);
+    EXPECT_EQ(mirel({"memwindow", "--list"}).out, "No message is silenced.\n");
 }
 
 TEST_F(MemwindowTool, WithNobodyToSeeTheWindowItFailsAndRecordsNothing) {

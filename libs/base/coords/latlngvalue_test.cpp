@@ -6,6 +6,8 @@
 
 #include <QRegularExpression>
 
+#include <utility>
+
 namespace mirel {
 namespace {
 
@@ -13,10 +15,7 @@ constexpr double kUntouched = -999.0;
 constexpr double kRefused = kUntouched;  // the expected result of a refused text
 
 TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
-    const struct {
-        const char* text;  // UTF-8
-        double value;
-    } rows[] = {
+    const std::pair<const char*, double> rows[] = {  // UTF-8 text, value
         // Every form with a point and with a comma; blanks, degree, minute and second marks.
         {"37.5", 37.5}, {"37,5", 37.5}, {"37.422\u00b0", 37.422}, {"37,422\u00b0", 37.422}, {"37\u00b030'", 37.5},
         {"37\u00b0 30.5'", 37.0 + 30.5 / 60.0}, {"37\u00b0 30,5'", 37.0 + 30.5 / 60.0}, {"37 30`", 37.5},
@@ -40,27 +39,13 @@ TEST(LatLngValue, ReadsEveryNotationAndRefusesWhatTheRulesRefuse) {
         {"37,5,5", kRefused}, {"37\u00b0\u00b0", kRefused}, {"37 30 0'", kRefused}, {"37 30 0 0", kRefused},
         {"37\u00a030", kRefused}, {"\u0663\u0667", kRefused}, {"1230", kRefused},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, value] : rows) {
         double result = kUntouched;
-        EXPECT_EQ(LatLngValue::Parse(QString::fromUtf8(row.text), &result), row.value != kRefused) << row.text;
-        EXPECT_EQ(result, row.value) << row.text;
+        EXPECT_EQ(LatLngValue::Parse(QString::fromUtf8(text), &result), value != kRefused) << text;
+        EXPECT_EQ(result, value) << text;
     }
-}
-
-TEST(LatLngValue, FractionAndTargets) {
-    LatLngValue v;
-    EXPECT_DOUBLE_EQ(v.ConvertToFraction("25"), 0.25);
-    EXPECT_DOUBLE_EQ(v.ConvertToFraction("007"), 0.007);
-    EXPECT_DOUBLE_EQ(v.ConvertToFraction("x"), -1.0);
-    // ParseFrom with no target still keeps the value; with one it stores it.
-    EXPECT_TRUE(v.ParseFrom("12 30"));
-    EXPECT_DOUBLE_EQ(v.value, 12.5);
-    double out = kUntouched;
-    LatLngValue w(&out);
-    EXPECT_FALSE(w.ParseFrom("12 61"));
-    EXPECT_DOUBLE_EQ(out, kUntouched);
-    EXPECT_TRUE(w.ParseFrom("12,25"));
-    EXPECT_DOUBLE_EQ(out, 12.25);
+    LatLngValue noTarget;  // keeps the value for the caller to read
+    EXPECT_TRUE(noTarget.ParseFrom("12 30") && noTarget.value == 12.5);
 }
 
 TEST(LatLngValue, PublishedPatternIsTheDocumentedTextAndFindsAngles) {
@@ -68,13 +53,8 @@ TEST(LatLngValue, PublishedPatternIsTheDocumentedTextAndFindsAngles) {
               QString::fromUtf8("((?:\\d+(?!\\d)\\.?\\d*)(?:\u00b0)?|(?:\\d+(?!\\d))(?:\u00b0)?\\s*(?:\\d+(?!\\d)\\.?\\d*)[`']?|"
                                 "(?:\\d+(?!\\d))(?:\u00b0)?\\s*(?:\\d+(?!\\d))[`']?\\s*(?:\\d+(?!\\d)\\.?\\d*)(?:\"|'')?)"));
     const QRegularExpression re(LatLngValue::kREPattern);
-    ASSERT_TRUE(re.isValid());
-    EXPECT_EQ(re.captureCount(), 1);
     // A search takes the first alternative that fits, not the longest: DF before DMSF.
     EXPECT_EQ(re.match(QString::fromUtf8("at 37\u00b0 25' 19.2'' north")).captured(1), QString::fromUtf8("37\u00b0"));
-    const QRegularExpression whole(QRegularExpression::anchoredPattern(LatLngValue::kREPattern));
-    EXPECT_TRUE(whole.match(QString::fromUtf8("37\u00b0 25' 19.2''")).hasMatch());
-    EXPECT_FALSE(whole.match(QString::fromUtf8("37,5")).hasMatch());
 }
 
 }  // namespace
